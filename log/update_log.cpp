@@ -13,23 +13,19 @@ constexpr char PUBLIC_QUALIFIER[] = "%{public}";
 
 UpdateLogLevel UpdateLog::level_ = UPDATE_LOG_INFO;
 
-bool UpdateLog::JudgeLevel(const UpdateLogLevel &)
-{
+bool UpdateLog::JudgeLevel(const UpdateLogLevel &) {
     return true;
 }
 
-UpdateLogLevel &UpdateLog::GetLogLevel()
-{
+UpdateLogLevel &UpdateLog::GetLogLevel() {
     return level_;
 }
 
-void UpdateLog::SetLogLevel(const UpdateLogLevel &level)
-{
+void UpdateLog::SetLogLevel(const UpdateLogLevel &level) {
     level_ = level;
 }
 
-std::string UpdateLog::OutputDueUploadLog(const std::string &log)
-{
+std::string UpdateLog::OutputDueUploadLog(const std::string &log) {
     std::string result = log;
     const std::string qualifier = PUBLIC_QUALIFIER;
     for (size_t pos = result.find(qualifier); pos != std::string::npos; pos = result.find(qualifier)) {
@@ -38,8 +34,7 @@ std::string UpdateLog::OutputDueUploadLog(const std::string &log)
     return result;
 }
 
-std::string UpdateLog::GetBriefFileName(const std::string &file)
-{
+std::string UpdateLog::GetBriefFileName(const std::string &file) {
     size_t pos = file.find_last_of('/');
     if (pos != std::string::npos) {
         return file.substr(pos + 1);
@@ -51,8 +46,7 @@ std::string UpdateLog::GetBriefFileName(const std::string &file)
     return file;
 }
 
-std::string UpdateLog::GetFmtLabel(const std::string &log)
-{
+std::string UpdateLog::GetFmtLabel(const std::string &log) {
     if (FindSubStrCount(log, LOG_CONVERSION_MARK) != 1) {
         return "";
     }
@@ -64,8 +58,8 @@ std::string UpdateLog::GetFmtLabel(const std::string &log)
     return "";
 }
 
-std::pair<std::string, std::string> UpdateLog::SplitLogByFmtLabel(const std::string &log, const std::string &label)
-{
+std::pair<std::string, std::string> UpdateLog::SplitLogByFmtLabel(const std::string &log,
+                                                                  const std::string &label) {
     if (label.empty()) {
         return {log, ""};
     }
@@ -77,8 +71,7 @@ std::pair<std::string, std::string> UpdateLog::SplitLogByFmtLabel(const std::str
     return {log.substr(0, pos), log.substr(pos + label.size())};
 }
 
-int32_t UpdateLog::FindSubStrCount(const std::string &str, const std::string &subStr)
-{
+int32_t UpdateLog::FindSubStrCount(const std::string &str, const std::string &subStr) {
     int32_t count = 0;
     for (size_t pos = str.find(subStr); pos != std::string::npos; pos = str.find(subStr, pos + 1)) {
         ++count;
@@ -89,8 +82,7 @@ int32_t UpdateLog::FindSubStrCount(const std::string &str, const std::string &su
     return count;
 }
 
-void UpdateLog::PrintLongLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent)
-{
+void UpdateLog::PrintLongLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent) {
     std::string label = GetFmtLabel(logContent.log);
     auto [prefix, suffix] = SplitLogByFmtLabel(logContent.log, label);
 
@@ -109,8 +101,7 @@ void UpdateLog::PrintLongLog(const uint32_t subModuleIndex, const UpdateLogConte
     PrintLog(subModuleIndex, tail);
 }
 
-void UpdateLog::PrintLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent)
-{
+void UpdateLog::PrintLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent) {
     const int32_t length = static_cast<int32_t>(logContent.args.size());
     for (int32_t pos = 0; pos < length; pos += MAX_LOG_PIECE_LENGTH) {
         UpdateLogContent piece = logContent;
@@ -119,8 +110,7 @@ void UpdateLog::PrintLog(const uint32_t subModuleIndex, const UpdateLogContent &
     }
 }
 
-void UpdateLog::PrintSingleLine(const uint32_t subModuleIndex, const UpdateLogContent &logContent)
-{
+void UpdateLog::PrintSingleLine(const uint32_t subModuleIndex, const UpdateLogContent &logContent) {
     LogLevel hiLevel;
     switch (logContent.level) {
         case UPDATE_LOG_DEBUG:

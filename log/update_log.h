@@ -53,7 +53,8 @@ public:
     static std::string OutputDueUploadLog(const std::string &log);
     static std::string GetBriefFileName(const std::string &file);
     static std::string GetFmtLabel(const std::string &log);
-    static std::pair<std::string, std::string> SplitLogByFmtLabel(const std::string &log, const std::string &label);
+    static std::pair<std::string, std::string> SplitLogByFmtLabel(const std::string &log,
+                                                                  const std::string &label);
     static int32_t FindSubStrCount(const std::string &str, const std::string &subStr);
     static void PrintLongLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent);
     static void PrintLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent);
@@ -67,12 +68,13 @@ private:
 }  // namespace Zarvo
 
 // Every log line of the plug-in: "[file(line)]" followed by the message, under the plug-in's label.
-#define PLUGIN_LOG(hiLevel, fmt, ...)                                                                         \
-    (void)HiLogPrint(LOG_CORE, hiLevel,                                                                       \
-                     Zarvo::UpdateEngine::UPDATE_LABEL[Zarvo::UpdateEngine::MIGRATE_PLUGIN_LABEL].domain,     \
-                     Zarvo::UpdateEngine::UPDATE_LABEL[Zarvo::UpdateEngine::MIGRATE_PLUGIN_LABEL].tag,        \
-                     "[%{public}s(%{public}d)]" fmt,                                                          \
-                     Zarvo::UpdateEngine::UpdateLog::GetBriefFileName(__FILE__).c_str(), __LINE__, ##__VA_ARGS__)
+#define PLUGIN_LOG(hiLevel, fmt, ...)                                                                     \
+    (void)HiLogPrint(LOG_CORE, hiLevel,                                                                   \
+                     Zarvo::UpdateEngine::UPDATE_LABEL[Zarvo::UpdateEngine::MIGRATE_PLUGIN_LABEL].domain, \
+                     Zarvo::UpdateEngine::UPDATE_LABEL[Zarvo::UpdateEngine::MIGRATE_PLUGIN_LABEL].tag,    \
+                     "[%{public}s(%{public}d)]" fmt,                                                      \
+                     Zarvo::UpdateEngine::UpdateLog::GetBriefFileName(__FILE__).c_str(), __LINE__,        \
+                     ##__VA_ARGS__)
 
 #define PLUGIN_LOGD(fmt, ...) PLUGIN_LOG(LOG_DEBUG, fmt, ##__VA_ARGS__)
 #define PLUGIN_LOGI(fmt, ...) PLUGIN_LOG(LOG_INFO, fmt, ##__VA_ARGS__)

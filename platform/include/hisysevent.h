@@ -30,8 +30,7 @@ public:
     // Returns 0 when the event was accepted.
     template <typename... Types>
     static int Write(const char *func, int64_t line, const std::string &domain, const std::string &eventName,
-                     EventType type, Types... keyValues)
-    {
+                     EventType type, Types... keyValues) {
         static_assert(sizeof...(Types) % 2 == 0, "event parameters come as name/value pairs");
         std::vector<HiSysEventParam> params;
         params.reserve(sizeof...(Types) / 2);
@@ -39,15 +38,16 @@ public:
         return WriteEvent(func, line, domain, eventName, type, params);
     }
 
-    static int WriteEvent(const char *func, int64_t line, const std::string &domain, const std::string &eventName,
-                          EventType type, const std::vector<HiSysEventParam> &params);
+    static int WriteEvent(const char *func, int64_t line, const std::string &domain,
+                          const std::string &eventName, EventType type,
+                          const std::vector<HiSysEventParam> &params);
 
 private:
     static void Collect(std::vector<HiSysEventParam> &) {}
 
     template <typename V, typename... Rest>
-    static void Collect(std::vector<HiSysEventParam> &params, const std::string &name, V value, Rest... rest)
-    {
+    static void Collect(std::vector<HiSysEventParam> &params, const std::string &name, V value,
+                        Rest... rest) {
         HiSysEventParam param;
         param.name = name;
         Assign(param, value);
@@ -56,8 +56,7 @@ private:
     }
 
     template <typename V>
-    static void Assign(HiSysEventParam &param, V value)
-    {
+    static void Assign(HiSysEventParam &param, V value) {
         using T = std::decay_t<V>;
         if constexpr (std::is_same_v<T, bool>) {
             param.type = HiSysEventParam::Type::BOOL;

@@ -33,8 +33,7 @@ struct Conversion {
 
 // Parses the conversion that starts after the '%' at fmt[pos]. Returns the position after it,
 // or 0 when the text is not a conversion this renderer supports.
-size_t ParseConversion(const char *fmt, size_t pos, Conversion &conv)
-{
+size_t ParseConversion(const char *fmt, size_t pos, Conversion &conv) {
     if (fmt[pos] == '{') {
         const char *close = std::strchr(fmt + pos, '}');
         if (close == nullptr) {
@@ -87,8 +86,7 @@ size_t ParseConversion(const char *fmt, size_t pos, Conversion &conv)
 }
 
 template <typename T>
-std::string FormatValue(const std::string &spec, int width, int precision, T value)
-{
+std::string FormatValue(const std::string &spec, int width, int precision, T value) {
     char buf[512];
     int n;
     if (width >= 0 && precision >= 0) {
@@ -122,14 +120,13 @@ std::string FormatValue(const std::string &spec, int width, int precision, T val
 
 // Takes the conversion's argument from the list (always, so that later conversions stay in
 // step) and renders it.
-std::string RenderConversion(const Conversion &conv, va_list &args)
-{
+std::string RenderConversion(const Conversion &conv, va_list &args) {
     int width = conv.widthFromArg ? va_arg(args, int) : -1;
     int precision = conv.precisionFromArg ? va_arg(args, int) : -1;
     // The argument is read at its promoted width; the length modifier only says which width.
     const bool isInteger = std::strchr("diouxX", conv.specifier) != nullptr;
-    const bool isWide = conv.length == "l" || conv.length == "ll" || conv.length == "j" || conv.length == "z" ||
-                        conv.length == "t" || conv.length == "L";
+    const bool isWide = conv.length == "l" || conv.length == "ll" || conv.length == "j" ||
+                        conv.length == "z" || conv.length == "t" || conv.length == "L";
     std::string length;
     if (isInteger) {
         length = isWide ? "ll" : (conv.length == "h" || conv.length == "hh" ? conv.length : "");
@@ -163,8 +160,7 @@ struct LogState {
     std::FILE *output = stderr;
     bool ownsOutput = false;
 
-    LogState()
-    {
+    LogState() {
         const char *target = std::getenv("ZARVO_HILOG_OUTPUT");
         if (target != nullptr) {
             Open(target);
@@ -172,8 +168,7 @@ struct LogState {
     }
     ~LogState() { CloseOutput(); }
 
-    void CloseOutput()
-    {
+    void CloseOutput() {
         if (ownsOutput && output != nullptr) {
             std::fclose(output);
         }
@@ -181,8 +176,7 @@ struct LogState {
         ownsOutput = false;
     }
 
-    bool Open(const std::string &target)
-    {
+    bool Open(const std::string &target) {
         if (target == "off") {
             CloseOutput();
             return true;
@@ -203,14 +197,12 @@ struct LogState {
     }
 };
 
-LogState &State()
-{
+LogState &State() {
     static LogState state;
     return state;
 }
 
-char LevelLetter(int level)
-{
+char LevelLetter(int level) {
     switch (level) {
         case LOG_DEBUG:
             return 'D';
@@ -229,8 +221,7 @@ char LevelLetter(int level)
 
 }  // namespace
 
-std::string RenderLogFormat(const char *fmt, va_list args)
-{
+std::string RenderLogFormat(const char *fmt, va_list args) {
     std::string out;
     if (fmt == nullptr) {
         return out;
@@ -262,36 +253,32 @@ std::string RenderLogFormat(const char *fmt, va_list args)
     return out;
 }
 
-std::string FormatLogLine(const LogRecord &record)
-{
+std::string FormatLogLine(const LogRecord &record) {
     std::time_t seconds = static_cast<std::time_t>(record.timeMs / 1000);
     std::tm local{};
     localtime_r(&seconds, &local);
     char stamp[32];
     std::strftime(stamp, sizeof(stamp), "%m-%d %H:%M:%S", &local);
     char head[128];
-    std::snprintf(head, sizeof(head), "%s.%03d %5d %5d %c %c%05X/", stamp, static_cast<int>(record.timeMs % 1000),
-                  record.pid, record.tid, LevelLetter(record.level), record.type == LOG_APP ? 'A' : 'C',
-                  record.domain & 0xFFFFFu);
+    std::snprintf(head, sizeof(head), "%s.%03d %5d %5d %c %c%05X/", stamp,
+                  static_cast<int>(record.timeMs % 1000), record.pid, record.tid, LevelLetter(record.level),
+                  record.type == LOG_APP ? 'A' : 'C', record.domain & 0xFFFFFu);
     return head + record.tag + ": " + record.message;
 }
 
-std::vector<LogRecord> CapturedLogs()
-{
+std::vector<LogRecord> CapturedLogs() {
     LogState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     return state.records;
 }
 
-void ClearCapturedLogs()
-{
+void ClearCapturedLogs() {
     LogState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.records.clear();
 }
 
-bool SetLogOutput(const std::string &target)
-{
+bool SetLogOutput(const std::string &target) {
     LogState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     return state.Open(target);
@@ -299,8 +286,8 @@ bool SetLogOutput(const std::string &target)
 
 }  // namespace Zarvo::Host
 
-extern "C" int HiLogPrint(LogType type, LogLevel level, unsigned int domain, const char *tag, const char *fmt, ...)
-{
+extern "C" int HiLogPrint(LogType type, LogLevel level, unsigned int domain, const char *tag, const char *fmt,
+                          ...) {
     using namespace Zarvo::Host;
     if (tag == nullptr || fmt == nullptr) {
         return -1;

@@ -1,11 +1,11 @@
+#include "hisysevent.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
-
 #include <nlohmann/json.hpp>
 
-#include "hisysevent.h"
 #include "platform_control/event_capture.h"
 
 namespace Zarvo::Host {
@@ -21,8 +21,7 @@ struct EventState {
     int faultResult = 0;
     int faultCount = 0;
 
-    EventState()
-    {
+    EventState() {
         const char *path = std::getenv("ZARVO_HISYSEVENT_LOG");
         if (path != nullptr) {
             logPath = path;
@@ -30,14 +29,12 @@ struct EventState {
     }
 };
 
-EventState &State()
-{
+EventState &State() {
     static EventState state;
     return state;
 }
 
-const char *TypeName(HiviewDFX::HiSysEventParam::Type type)
-{
+const char *TypeName(HiviewDFX::HiSysEventParam::Type type) {
     using Type = HiviewDFX::HiSysEventParam::Type;
     switch (type) {
         case Type::BOOL:
@@ -57,8 +54,7 @@ const char *TypeName(HiviewDFX::HiSysEventParam::Type type)
     }
 }
 
-nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param)
-{
+nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param) {
     using Type = HiviewDFX::HiSysEventParam::Type;
     switch (param.type) {
         case Type::BOOL:
@@ -78,48 +74,43 @@ nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param)
 
 }  // namespace
 
-std::string EventToJson(const EventRecord &record)
-{
+std::string EventToJson(const EventRecord &record) {
     nlohmann::json params = nlohmann::json::array();
     for (const auto &param : record.params) {
-        params.push_back({{"name", param.name}, {"type", TypeName(param.type)}, {"value", ParamValue(param)}});
+        params.push_back(
+            {{"name", param.name}, {"type", TypeName(param.type)}, {"value", ParamValue(param)}});
     }
-    nlohmann::json line = {{"domain", record.domain}, {"name", record.name},     {"type", record.type},
-                           {"func", record.func},     {"line", record.line},     {"time", record.timeMs},
+    nlohmann::json line = {{"domain", record.domain}, {"name", record.name}, {"type", record.type},
+                           {"func", record.func},     {"line", record.line}, {"time", record.timeMs},
                            {"params", params}};
     // Texts that are not valid UTF-8 are written with replacement characters, never refused.
     return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-std::vector<EventRecord> CapturedEvents()
-{
+std::vector<EventRecord> CapturedEvents() {
     EventState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     return state.records;
 }
 
-void ClearCapturedEvents()
-{
+void ClearCapturedEvents() {
     EventState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.records.clear();
 }
 
-void FailEventWrites(int result, int count)
-{
+void FailEventWrites(int result, int count) {
     EventState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.faultResult = result;
     state.faultCount = count;
 }
 
-void ResetEventFaults()
-{
+void ResetEventFaults() {
     FailEventWrites(0, 0);
 }
 
-bool SetEventLogPath(const std::string &path)
-{
+bool SetEventLogPath(const std::string &path) {
     if (!path.empty()) {
         std::ofstream probe(path, std::ios::app);
         if (!probe) {
@@ -136,9 +127,9 @@ bool SetEventLogPath(const std::string &path)
 
 namespace Zarvo::HiviewDFX {
 
-int HiSysEvent::WriteEvent(const char *func, int64_t line, const std::string &domain, const std::string &eventName,
-                           EventType type, const std::vector<HiSysEventParam> &params)
-{
+int HiSysEvent::WriteEvent(const char *func, int64_t line, const std::string &domain,
+                           const std::string &eventName, EventType type,
+                           const std::vector<HiSysEventParam> &params) {
     using namespace Zarvo::Host;
     if (domain.empty() || eventName.empty()) {
         return ERR_INVALID_EVENT;

@@ -2,8 +2,7 @@
 
 #include <cstring>
 
-extern "C" errno_t memset_s(void *dest, size_t destMax, int c, size_t count)
-{
+extern "C" errno_t memset_s(void *dest, size_t destMax, int c, size_t count) {
     if (destMax == 0 || destMax > SECUREC_MEM_MAX_LEN) {
         return SECUREC_ERROR_INVALID_RANGE;
     }
@@ -18,8 +17,7 @@ extern "C" errno_t memset_s(void *dest, size_t destMax, int c, size_t count)
     return EOK;
 }
 
-extern "C" errno_t strcpy_s(char *strDest, size_t destMax, const char *strSrc)
-{
+extern "C" errno_t strcpy_s(char *strDest, size_t destMax, const char *strSrc) {
     if (destMax == 0 || destMax > SECUREC_STRING_MAX_LEN) {
         return SECUREC_ERROR_INVALID_RANGE;
     }

@@ -4,8 +4,7 @@
 
 namespace Zarvo::Testing {
 
-std::vector<LogLine> PluginLogLines()
-{
+std::vector<LogLine> PluginLogLines() {
     std::vector<LogLine> lines;
     for (const auto &record : Host::CapturedLogs()) {
         if (record.tag != "MIGRATE_PLUGIN") {
@@ -21,8 +20,7 @@ std::vector<LogLine> PluginLogLines()
     return lines;
 }
 
-std::vector<std::string> PluginLogTexts()
-{
+std::vector<std::string> PluginLogTexts() {
     std::vector<std::string> texts;
     for (auto &line : PluginLogLines()) {
         texts.push_back(std::move(line.text));
@@ -30,8 +28,7 @@ std::vector<std::string> PluginLogTexts()
     return texts;
 }
 
-size_t CountPluginLines(const std::string &fragment)
-{
+size_t CountPluginLines(const std::string &fragment) {
     size_t count = 0;
     for (const auto &line : PluginLogLines()) {
         count += line.text.find(fragment) != std::string::npos ? 1 : 0;
@@ -39,8 +36,7 @@ size_t CountPluginLines(const std::string &fragment)
     return count;
 }
 
-void ResetCaptures()
-{
+void ResetCaptures() {
     Host::ClearCapturedLogs();
     Host::ClearCapturedEvents();
     Host::ResetEventFaults();

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "hilog/log.h"
 #include "platform_control/log_capture.h"
 
 namespace Zarvo::Testing {

@@ -23,8 +23,7 @@ const std::string PATH_SEPARATOR = "/";
 
 }  // namespace
 
-bool AccountFileUtil::CheckFileExist(const std::string &fileName)
-{
+bool AccountFileUtil::CheckFileExist(const std::string &fileName) {
     if (fileName.empty()) {
         PLUGIN_LOGE("CheckFileExist fileName is empty.");
         return false;
@@ -37,8 +36,7 @@ bool AccountFileUtil::CheckFileExist(const std::string &fileName)
     return false;
 }
 
-bool AccountFileUtil::CheckPathExsit(const std::string &pathName)
-{
+bool AccountFileUtil::CheckPathExsit(const std::string &pathName) {
     if (pathName.empty()) {
         PLUGIN_LOGE("CheckPathExsit pathName is empty.");
         return false;
@@ -55,20 +53,17 @@ bool AccountFileUtil::CheckPathExsit(const std::string &pathName)
     return std::filesystem::exists(status);
 }
 
-bool AccountFileUtil::IsFile(const std::string &path)
-{
+bool AccountFileUtil::IsFile(const std::string &path) {
     struct stat buf {};
     return lstat(path.c_str(), &buf) == 0 && S_ISREG(buf.st_mode);
 }
 
-bool AccountFileUtil::IsDirectory(const std::string &path)
-{
+bool AccountFileUtil::IsDirectory(const std::string &path) {
     struct stat buf {};
     return lstat(path.c_str(), &buf) == 0 && S_ISDIR(buf.st_mode);
 }
 
-void AccountFileUtil::RemoveFile(const std::string &path)
-{
+void AccountFileUtil::RemoveFile(const std::string &path) {
     if (access(path.c_str(), F_OK) != 0) {
         PLUGIN_LOGI("RemoveFile success, dir:%{public}s is not exist", path.c_str());
         return;
@@ -76,8 +71,7 @@ void AccountFileUtil::RemoveFile(const std::string &path)
     (void)remove(path.c_str());
 }
 
-std::string AccountFileUtil::GetFilePathByDir(const std::string &dir, const std::string &fileName)
-{
+std::string AccountFileUtil::GetFilePathByDir(const std::string &dir, const std::string &fileName) {
     if (dir.empty()) {
         return fileName;
     }
@@ -88,8 +82,7 @@ std::string AccountFileUtil::GetFilePathByDir(const std::string &dir, const std:
     return filePath + fileName;
 }
 
-void AccountFileUtil::RemoveAll(const std::string &path)
-{
+void AccountFileUtil::RemoveAll(const std::string &path) {
     if (IsFile(path)) {
         RemoveFile(path);
         return;
@@ -114,8 +107,7 @@ void AccountFileUtil::RemoveAll(const std::string &path)
     (void)rmdir(path.c_str());
 }
 
-std::string AccountFileUtil::GetFileContent(const std::string &path)
-{
+std::string AccountFileUtil::GetFileContent(const std::string &path) {
     std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
     if (resolved == nullptr) {
         PLUGIN_LOGE("GetFileContent %{public}s is not exist or invalid", path.c_str());
@@ -133,8 +125,7 @@ std::string AccountFileUtil::GetFileContent(const std::string &path)
     return content.str();
 }
 
-std::string AccountFileUtil::GetFileName(const std::string &path)
-{
+std::string AccountFileUtil::GetFileName(const std::string &path) {
     if (path.empty()) {
         return "";
     }

@@ -17,8 +17,8 @@ struct LogRecord {
     unsigned int domain = 0;
     std::string tag;
     std::string format;
-    std::string message;   // the rendered text, as a log viewer shows it after the tag
-    std::string file;      // filled when the format starts with the "[file(line)]" prefix
+    std::string message;  // the rendered text, as a log viewer shows it after the tag
+    std::string file;     // filled when the format starts with the "[file(line)]" prefix
     int line = -1;
     std::int64_t timeMs = 0;
     int pid = 0;
