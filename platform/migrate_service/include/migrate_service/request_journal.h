@@ -1,0 +1,68 @@
+#ifndef MIGRATE_SERVICE_REQUEST_JOURNAL_H
+#define MIGRATE_SERVICE_REQUEST_JOURNAL_H
+
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "migrate_service/migrate_protocol.h"
+
+namespace Zarvo::Host {
+
+// What became of one request.
+enum class JournalOutcome {
+    SERVED,      // performed; the result may still be a failure of the operation
+    REFUSED,     // not performed: malformed or outside what the service allows
+    FAULT,       // answered by an injected failure
+    DROPPED,     // connection closed by an injected fault, no reply
+    INCOMPLETE,  // the connection ended before a whole request arrived
+};
+
+struct JournalEntry {
+    uint64_t seq = 0;
+    int64_t timeMs = 0;
+    uint64_t connection = 0;
+    JournalOutcome outcome = JournalOutcome::SERVED;
+    MigrateRequest request;
+    int32_t result = 0;
+    int32_t errCode = 0;
+    int32_t pkgNum = 0;
+    int64_t durationUs = 0;
+    std::string note;
+};
+
+std::string JournalOutcomeName(JournalOutcome outcome);
+// One JSON object on one line (no newline), with texts that are not UTF-8 repaired.
+std::string JournalEntryToJson(const JournalEntry &entry);
+
+// The requests the service has seen, kept in memory (the most recent ones) and appended to a
+// file of JSON lines when one is given.
+class RequestJournal {
+public:
+    static constexpr size_t MEMORY_LIMIT = 100000;
+
+    RequestJournal() = default;
+    ~RequestJournal();
+    RequestJournal(const RequestJournal &) = delete;
+    RequestJournal &operator=(const RequestJournal &) = delete;
+
+    // Appends to `path` from now on; false with `error` set when it cannot be opened.
+    bool OpenFile(const std::string &path, std::string &error);
+    // Numbers and stamps the entry, keeps it and writes it out.
+    void Record(JournalEntry entry);
+    std::vector<JournalEntry> Entries() const;
+    void Clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::deque<JournalEntry> entries_;
+    uint64_t nextSeq_ = 1;
+    std::FILE *file_ = nullptr;
+};
+
+}  // namespace Zarvo::Host
+
+#endif  // MIGRATE_SERVICE_REQUEST_JOURNAL_H

@@ -1,0 +1,151 @@
+#include "path_guard.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace Zarvo::Host {
+
+int OpenDirNoFollow(int dirFd, const std::string &name, int flags) {
+    int fd = openat(dirFd, name.c_str(), flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 && (errno == ENOTDIR || errno == ELOOP)) {
+        struct stat st {};
+        if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
+            errno = ELOOP;
+        } else {
+            errno = ENOTDIR;
+        }
+    }
+    return fd;
+}
+
+PathGuard::PathGuard(std::vector<std::string> roots) {
+    for (const std::string &root : roots) {
+        std::vector<std::string> components;
+        if (!Normalise(root, components)) {
+            valid_ = false;
+            continue;
+        }
+        roots_.push_back(Join(components, components.size()));
+        rootComponents_.push_back(std::move(components));
+    }
+    if (roots_.empty()) {
+        valid_ = false;
+    }
+}
+
+bool PathGuard::Normalise(const std::string &path, std::vector<std::string> &components) {
+    components.clear();
+    if (path.empty() || path[0] != '/') {
+        return false;
+    }
+    size_t pos = 0;
+    while (pos < path.size()) {
+        size_t next = path.find('/', pos);
+        if (next == std::string::npos) {
+            next = path.size();
+        }
+        std::string part = path.substr(pos, next - pos);
+        if (part == "..") {
+            return false;
+        }
+        if (!part.empty() && part != ".") {
+            components.push_back(std::move(part));
+        }
+        pos = next + 1;
+    }
+    return true;
+}
+
+std::string PathGuard::Join(const std::vector<std::string> &components, size_t count) {
+    if (count == 0) {
+        return "/";
+    }
+    std::string joined;
+    for (size_t i = 0; i < count; ++i) {
+        joined += '/';
+        joined += components[i];
+    }
+    return joined;
+}
+
+int PathGuard::Resolve(const std::string &path, GuardedPath &out, std::string &reason) const {
+    return ResolveImpl(path, false, 0, out, reason);
+}
+
+int PathGuard::ResolveMakingParents(const std::string &path, mode_t parentMode, GuardedPath &out,
+                                    std::string &reason) const {
+    return ResolveImpl(path, true, parentMode, out, reason);
+}
+
+int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
+                           std::string &reason) const {
+    std::vector<std::string> components;
+    if (path.empty() || path[0] != '/') {
+        reason = "path is not absolute";
+        return EINVAL;
+    }
+    if (!Normalise(path, components)) {
+        reason = "path has a \"..\" component";
+        return EACCES;
+    }
+    const std::vector<std::string> *root = nullptr;
+    size_t rootIndex = 0;
+    for (size_t i = 0; i < rootComponents_.size(); ++i) {
+        const std::vector<std::string> &candidate = rootComponents_[i];
+        if (candidate.size() > components.size() || (root != nullptr && candidate.size() <= root->size())) {
+            continue;
+        }
+        bool prefix = true;
+        for (size_t c = 0; c < candidate.size() && prefix; ++c) {
+            prefix = candidate[c] == components[c];
+        }
+        if (prefix) {
+            root = &candidate;
+            rootIndex = i;
+        }
+    }
+    if (root == nullptr) {
+        reason = "path is outside the allowed roots";
+        return EACCES;
+    }
+    UniqueFd dir(open(roots_[rootIndex].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!dir.Valid()) {
+        int err = errno;
+        reason = "allowed root cannot be opened";
+        return err;
+    }
+    out.path = Join(components, components.size());
+    if (components.size() == root->size()) {
+        out.dir = std::move(dir);
+        out.name = ".";
+        out.isRoot = true;
+        return 0;
+    }
+    for (size_t i = root->size(); i + 1 < components.size(); ++i) {
+        const std::string &part = components[i];
+        UniqueFd next(OpenDirNoFollow(dir.Get(), part, O_PATH));
+        if (!next.Valid() && errno == ENOENT && makeParents) {
+            if (mkdirat(dir.Get(), part.c_str(), parentMode) != 0 && errno != EEXIST) {
+                int err = errno;
+                reason = "cannot make directory " + Join(components, i + 1);
+                return err;
+            }
+            next.Reset(OpenDirNoFollow(dir.Get(), part, O_PATH));
+        }
+        if (!next.Valid()) {
+            int err = errno;
+            reason = err == ELOOP ? "symbolic link in path at " + Join(components, i + 1)
+                                  : "cannot open directory " + Join(components, i + 1);
+            return err;
+        }
+        dir = std::move(next);
+    }
+    out.dir = std::move(dir);
+    out.name = components.back();
+    out.isRoot = false;
+    return 0;
+}
+
+}  // namespace Zarvo::Host

@@ -1,0 +1,61 @@
+#ifndef MIGRATE_SERVICE_PATH_GUARD_H
+#define MIGRATE_SERVICE_PATH_GUARD_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "unique_fd.h"
+
+namespace Zarvo::Host {
+
+// A path that has passed the guard: `dir` is an open handle on the directory that holds the
+// final component `name`, reached from an allowed root without following any symbolic link.
+// For an allowed root itself, `dir` is the root and `name` is ".".
+struct GuardedPath {
+    std::string path;  // normalised text: absolute, no empty, "." or ".." components
+    UniqueFd dir;
+    std::string name;
+    bool isRoot = false;
+};
+
+// Confines every path to a fixed set of directory trees. Paths are checked by text first (absolute,
+// no ".." component, below a root) and then opened one component at a time from the root, so a
+// symbolic link anywhere before the final component, or a directory swapped for one, cannot lead
+// elsewhere. The final component is never followed by the guard; operations decide what to do
+// with a final link.
+class PathGuard {
+public:
+    explicit PathGuard(std::vector<std::string> roots);
+
+    // Normalised roots; false from Valid() when one of them is not an absolute path without "..".
+    const std::vector<std::string> &Roots() const { return roots_; }
+    bool Valid() const { return valid_; }
+
+    // 0 and `out` filled, or an errno value with `reason` saying why the path was refused.
+    int Resolve(const std::string &path, GuardedPath &out, std::string &reason) const;
+    // As Resolve, but makes missing directories on the way with mode `parentMode`.
+    int ResolveMakingParents(const std::string &path, mode_t parentMode, GuardedPath &out,
+                             std::string &reason) const;
+
+    // Splits an absolute path into components; false for a relative path or a ".." component.
+    static bool Normalise(const std::string &path, std::vector<std::string> &components);
+    static std::string Join(const std::vector<std::string> &components, size_t count);
+
+private:
+    int ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
+                    std::string &reason) const;
+
+    std::vector<std::string> roots_;
+    std::vector<std::vector<std::string>> rootComponents_;
+    bool valid_ = true;
+};
+
+// Opens `name` below `dirFd` as a directory without following a link; sets errno to ELOOP when
+// the name is a symbolic link.
+int OpenDirNoFollow(int dirFd, const std::string &name, int flags);
+
+}  // namespace Zarvo::Host
+
+#endif  // MIGRATE_SERVICE_PATH_GUARD_H
