@@ -236,13 +236,10 @@ bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
     entry.result = reply.result;
     entry.errCode = reply.errCode;
     entry.pkgNum = static_cast<int32_t>(reply.packageTexts.size());
-    bool sent = WriteFull(fd, EncodeReply(reply));
     entry.durationUs = MicrosecondsSince(start);
-    if (!sent) {
-        entry.note += entry.note.empty() ? "reply not delivered" : "; reply not delivered";
-    }
+    // Journalled before the reply leaves, so a client that has its answer finds the entry.
     journal.Record(std::move(entry));
-    return sent;
+    return WriteFull(fd, EncodeReply(reply));
 }
 
 MigrateService::MigrateService(MigrateServiceOptions options)
