@@ -1,0 +1,140 @@
+#include "binary_xml/xml_to_abx.h"
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+#include <charconv>
+#include <climits>
+#include <cstdint>
+#include <memory>
+
+namespace Zarvo::BinaryXml {
+namespace {
+
+struct XmlFree {
+    void operator()(xmlChar *text) const { xmlFree(text); }
+};
+using XmlText = std::unique_ptr<xmlChar, XmlFree>;
+
+std::string_view View(const xmlChar *text) {
+    return text == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char *>(text));
+}
+
+std::string QualifiedName(const xmlNs *ns, const xmlChar *name) {
+    std::string qualified;
+    if (ns != nullptr && ns->prefix != nullptr) {
+        qualified = View(ns->prefix);
+        qualified += ':';
+    }
+    qualified += View(name);
+    return qualified;
+}
+
+// Only the canonical spelling is taken as a number, so the text form reads back unchanged.
+bool IsCanonicalInteger(std::string_view text) {
+    std::string_view digits = text.substr(text.empty() || text[0] != '-' ? 0 : 1);
+    if (digits.empty() || (digits[0] == '0' && (digits.size() > 1 || text[0] == '-'))) {
+        return false;
+    }
+    return digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+void WriteAttribute(AbxWriter &writer, const std::string &name, std::string_view value,
+                    const EncodeOptions &options) {
+    if (options.inferTypes) {
+        if (value == "true" || value == "false") {
+            writer.Attribute(name, value == "true");
+            return;
+        }
+        std::int64_t number = 0;
+        auto parsed = std::from_chars(value.data(), value.data() + value.size(), number);
+        if (IsCanonicalInteger(value) && parsed.ec == std::errc() &&
+            parsed.ptr == value.data() + value.size()) {
+            if (number >= INT32_MIN && number <= INT32_MAX) {
+                writer.Attribute(name, static_cast<std::int32_t>(number));
+            } else {
+                writer.Attribute(name, number);
+            }
+            return;
+        }
+    }
+    writer.Attribute(name, value);
+}
+
+void WriteNode(AbxWriter &writer, xmlNodePtr node, const EncodeOptions &options);
+
+void WriteElement(AbxWriter &writer, xmlNodePtr element, const EncodeOptions &options) {
+    std::string name = QualifiedName(element->ns, element->name);
+    writer.StartTag(name);
+    for (xmlNsPtr ns = element->nsDef; ns != nullptr; ns = ns->next) {
+        std::string declaration = ns->prefix == nullptr ? "xmlns" : "xmlns:" + std::string(View(ns->prefix));
+        writer.Attribute(declaration, View(ns->href));
+    }
+    for (xmlAttrPtr attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
+        XmlText value(xmlNodeGetContent(reinterpret_cast<xmlNodePtr>(attribute)));
+        WriteAttribute(writer, QualifiedName(attribute->ns, attribute->name), View(value.get()), options);
+    }
+    for (xmlNodePtr child = element->children; child != nullptr; child = child->next) {
+        WriteNode(writer, child, options);
+    }
+    writer.EndTag(name);
+}
+
+void WriteNode(AbxWriter &writer, xmlNodePtr node, const EncodeOptions &options) {
+    switch (node->type) {
+        case XML_ELEMENT_NODE:
+            WriteElement(writer, node, options);
+            break;
+        case XML_TEXT_NODE:
+            writer.Text(View(node->content));
+            break;
+        case XML_CDATA_SECTION_NODE:
+            writer.Cdsect(View(node->content));
+            break;
+        case XML_ENTITY_REF_NODE:
+            writer.EntityRef(View(node->name));
+            break;
+        case XML_COMMENT_NODE:
+            writer.Comment(View(node->content));
+            break;
+        case XML_PI_NODE: {
+            std::string text(View(node->name));
+            if (!View(node->content).empty()) {
+                text += ' ';
+                text += View(node->content);
+            }
+            writer.ProcessingInstruction(text);
+            break;
+        }
+        default:
+            break;
+    }
+}
+
+}  // namespace
+
+Status EncodeXml(std::string_view xml, std::string &abx, const EncodeOptions &options) {
+    if (xml.size() > static_cast<std::size_t>(INT_MAX)) {
+        return Status::TOO_LARGE;
+    }
+    std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)> doc(
+        xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr,
+                      XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
+        &xmlFreeDoc);
+    if (doc == nullptr || xmlDocGetRootElement(doc.get()) == nullptr) {
+        return Status::MALFORMED;
+    }
+    AbxWriter writer(options.supplementary);
+    writer.StartDocument();
+    for (xmlNodePtr node = doc->children; node != nullptr; node = node->next) {
+        WriteNode(writer, node, options);
+    }
+    writer.EndDocument();
+    if (!writer.Ok()) {
+        return Status::TOO_LARGE;
+    }
+    abx = writer.Data();
+    return Status::OK;
+}
+
+}  // namespace Zarvo::BinaryXml
