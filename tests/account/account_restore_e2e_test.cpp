@@ -109,8 +109,7 @@ TEST_F(AccountRestoreEndToEndTest, AServiceThatFailsEveryRequestGetsFourAttempts
 }
 
 TEST_F(AccountRestoreEndToEndTest, AFailedDirectoryRequestFailsTheAttemptEvenWhenTheCopyWorks) {
-    // The service makes missing parents of a copy's destination itself, so the copy succeeds
-    // although the directory was refused; the attempt still counts as failed.
+    // Both requests go out in the failed attempt; the next one makes the directory and copies.
     service_->Faults().Add(
         {static_cast<int32_t>(Host::MigrateOp::PREPARE_DIR), Host::FaultAction::FAIL, 13, 13, 0, 1});
     AccountDataManager manager;
@@ -119,6 +118,7 @@ TEST_F(AccountRestoreEndToEndTest, AFailedDirectoryRequestFailsTheAttemptEvenWhe
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].text.rfind("MoveFileToCvid failed, MkDir result 13, MoveFile result ", 0), 0u)
         << lines[0].text;
+    EXPECT_EQ(Testing::CountPluginLines("Compose CopyAllFile src: " + tempFile_), 2u);
     EXPECT_EQ(lines[1].text, "MoveFileToCvid success, from : " + tempFile_ + ", to : " + TARGET_DIR);
     struct stat file {};
     ASSERT_EQ(stat(TARGET_FILE.c_str(), &file), 0);
