@@ -1,0 +1,34 @@
+#ifndef HOST_RUNNER_MIGRATE_SERVICE_PROCESS_H
+#define HOST_RUNNER_MIGRATE_SERVICE_PROCESS_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace Zarvo::Host {
+
+// The migrate service daemon as a child process, as it runs on a device beside the migrate server.
+class MigrateServiceProcess {
+public:
+    MigrateServiceProcess() = default;
+    ~MigrateServiceProcess();
+    MigrateServiceProcess(const MigrateServiceProcess &) = delete;
+    MigrateServiceProcess &operator=(const MigrateServiceProcess &) = delete;
+
+    // Starts `migrate_service` from `binDir` and waits until it listens. `deviceState` (may be
+    // empty) carries its injected faults; the journal goes to `journalPath` or a private file.
+    // Returns an empty text on success, else one sentence.
+    std::string Start(const std::string &binDir, const std::string &deviceState, const std::string &journalPath);
+    // Stops the daemon (if it was started) and returns its request journal as a JSON array.
+    nlohmann::json Stop();
+
+private:
+    pid_t pid_ = -1;
+    std::string journalPath_;
+};
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_MIGRATE_SERVICE_PROCESS_H

@@ -1,0 +1,13 @@
+# The shared plug-in the migrate server loads. It exports RestoreData and nothing else.
+if(TARGET account_restore AND TARGET user_restore)
+  set(plugin_map ${CMAKE_CURRENT_SOURCE_DIR}/libaccount_manager_restore.map)
+  add_library(account_manager_restore SHARED src/restore_plugin.cpp)
+  target_include_directories(account_manager_restore PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  target_link_libraries(account_manager_restore PRIVATE account_restore user_restore restore_common)
+  target_link_options(account_manager_restore PRIVATE
+    -Wl,--version-script=${plugin_map} -Wl,--no-undefined)
+  set_target_properties(account_manager_restore PROPERTIES
+    LINK_DEPENDS ${plugin_map}
+    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  install(TARGETS account_manager_restore LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
