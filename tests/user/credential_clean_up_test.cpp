@@ -88,10 +88,6 @@ TEST_F(CredentialCleanUpTest, ResetWaitsForPendingAnswersAndRestoresDefaults) {
     EXPECT_EQ(callback->calls.back(), "result 0 0");
 }
 
-TEST_F(CredentialCleanUpTest, WaitTimesOutWhenNothingWasAsked) {
-    EXPECT_FALSE(Zarvo::Host::WaitForCredentialAnswers(1, 10ms));
-}
-
 TEST_F(CredentialCleanUpTest, PlugInClientMakesOneRequestAndLogsTheAnswer) {
     Zarvo::Host::SetCredentialAnswer({12345, true, 1, 2});
     Zarvo::UpdateEngine::AccountUserIdmClient client;

@@ -58,7 +58,11 @@ TEST_F(UserRestoreEndToEndTest, SamplePhoneIsRestoredThroughRealServices) {
     EXPECT_EQ(prepared[0].outcome, JournalOutcome::SERVED);
     EXPECT_EQ(prepared[0].result, 0);
     EXPECT_EQ(prepared[0].request.src, CONVERT_XML_DIR);
+    EXPECT_EQ(prepared[0].request.dst, CONVERT_XML_DIR);
+    EXPECT_EQ(prepared[0].request.uid, "migrate_server");
+    EXPECT_EQ(prepared[0].request.gid, "migrate_server");
     EXPECT_EQ(prepared[0].request.perm, "0700");
+    EXPECT_EQ(prepared[0].request.recurseOpt, 2);
     struct stat info {};
     ASSERT_EQ(stat(CONVERT_XML_DIR.c_str(), &info), 0);
     EXPECT_TRUE(S_ISDIR(info.st_mode));

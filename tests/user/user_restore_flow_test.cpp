@@ -168,47 +168,6 @@ TEST_F(UserRestoreFlowTest, SecondOfThreeFailingToParseDoesNotStopTheOthers) {
     EXPECT_EQ(*at, (LogLine{ERROR, "DoRestoreData failed, current userId : 11"}));
 }
 
-TEST_F(UserRestoreFlowTest, MissingUserFileFailsThatUserOnly) {
-    AndroidUsers users;
-    users.users = {Secondary(10, 0x410, "a"), Secondary(11, 0x410, "b"), Secondary(12, 0x410, "c")};
-    LaySourceUsers(users);
-    std::filesystem::remove(SOURCE_XML_DIR + "11.xml");
-    EXPECT_FALSE(Restore());
-    EXPECT_EQ(AccountIds(), (std::vector<int>{100, 101, 103}));
-    EXPECT_EQ(CapturedFaultEvents(),
-              (std::vector<FaultEvent>{RestoreFail(0x200002, "SOURCE_FILE_ERROR", "11.xmlconvert error")}));
-    EXPECT_EQ(CountPluginLines("RestoreSubUserInfo failed, Preprocess fileName:11.xml return false."), 1u);
-    EXPECT_EQ(CountPluginLines("DoRestoreData failed, current userId : 11"), 1u);
-}
-
-TEST_F(UserRestoreFlowTest, AccountCreationFailureFailsThatUserOnly) {
-    AndroidUsers users;
-    users.users = {Secondary(10, 0x410, "a"), Secondary(11, 0x410, "b")};
-    LaySourceUsers(users);
-    // Four failing attempts for user 10, then the store works again for user 11.
-    ASSERT_TRUE(Zarvo::Host::InjectFault("CreateOsAccountWithFullInfo", 0x400001, 4));
-    EXPECT_FALSE(Restore());
-    EXPECT_EQ(AccountIds(), (std::vector<int>{100, 102}));
-    EXPECT_EQ(CapturedFaultEvents(),
-              (std::vector<FaultEvent>{
-                  RestoreFail(0x400001, "CREATE_USER_ERROR", "10.xml create os account failed.")}));
-    EXPECT_EQ(CountPluginLines("DoRestoreData failed, current userId : 10"), 1u);
-}
-
-TEST_F(UserRestoreFlowTest, ExistingTargetAccountCountsAsRestored) {
-    auto accounts = Zarvo::Host::OsAccounts();
-    accounts.emplace_back(101, "kept", OsAccountType::NORMAL, 101);
-    Zarvo::Host::SetOsAccounts(accounts);
-    AndroidUsers users;
-    users.users = {Secondary(10, 0x410, "new name")};
-    LaySourceUsers(users);
-    EXPECT_TRUE(Restore());
-    EXPECT_EQ(FindAccount(Zarvo::Host::OsAccounts(), 101)->GetLocalName(), "kept");
-    EXPECT_EQ(CapturedFaultEvents(),
-              (std::vector<FaultEvent>{
-                  RestoreFail(0, "CREATE_USER_ERROR", "10.xml create user 101 is already exists.")}));
-}
-
 TEST_F(UserRestoreFlowTest, EmptyIconAttributeGivesNoPhoto) {
     AndroidUsers users;
     users.users = {Secondary(10, 0x410, "a")};
