@@ -113,7 +113,9 @@ bool WriteRows(sqlite3 *db, const AccountsCeDb &content, std::string &error) {
 
 bool WriteAccountsCeDb(const std::string &path, const AccountsCeDb &content, std::string &error) {
     std::remove(path.c_str());
-    std::remove((path + "-journal").c_str());
+    for (const char *suffix : {"-journal", "-wal", "-shm"}) {
+        std::remove((path + suffix).c_str());
+    }
     sqlite3 *raw = nullptr;
     int rc = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     Database db(raw, sqlite3_close);
@@ -133,13 +135,23 @@ bool WriteAccountsCeDb(const std::string &path, const AccountsCeDb &content, std
     if (!Exec(raw, "BEGIN", error) ||
         !Exec(raw, content.legacyAccountsColumns ? LEGACY_ACCOUNTS_TABLE : ACCOUNTS_TABLE, error) ||
         !Exec(raw, AUTHTOKENS_TABLE, error) || !Exec(raw, EXTRAS_TABLE, error) ||
-        !Exec(raw, DELETE_TRIGGER, error) || !WriteRows(raw, content, error) ||
+        !Exec(raw, DELETE_TRIGGER, error) ||
         !Exec(raw, "PRAGMA user_version = " + std::to_string(ANDROID_DB_VERSION), error) ||
         !Exec(raw, "COMMIT", error)) {
         return false;
     }
+    if (content.walMode) {
+        // The rows stay in the write-ahead log, as on a phone whose log was not checkpointed yet.
+        if (!Exec(raw, "PRAGMA journal_mode = WAL", error)) {
+            return false;
+        }
+        sqlite3_db_config(raw, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    }
+    if (!Exec(raw, "BEGIN", error) || !WriteRows(raw, content, error) || !Exec(raw, "COMMIT", error)) {
+        return false;
+    }
     db.reset();
-    if (content.withEmptyJournal) {
+    if (!content.walMode && content.withEmptyJournal) {
         std::ofstream journal(path + "-journal", std::ios::binary | std::ios::trunc);
         if (!journal) {
             error = "cannot create " + path + "-journal";

@@ -41,6 +41,9 @@ struct AccountsCeDb {
     bool legacyAccountsColumns = false;
     // The zero-length rollback journal that lies beside a real file.
     bool withEmptyJournal = true;
+    // Write-ahead logging (Android 9 and later): the rows are left in the -wal file beside the
+    // database, and no rollback journal is written.
+    bool walMode = false;
 };
 
 // The account type of the maker's account service.

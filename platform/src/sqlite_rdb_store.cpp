@@ -77,6 +77,8 @@ std::shared_ptr<SqliteRdbStore> SqliteRdbStore::Open(const RdbStoreConfig &confi
     sqlite3_db_config(db, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
     sqlite3_db_config(db, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    // A database in WAL mode keeps its log as found: closing does not fold it into the file.
+    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     std::shared_ptr<SqliteRdbStore> store(new SqliteRdbStore(db, path));
     int version = 0;
     errCode = store->GetVersion(version);

@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <climits>
@@ -119,6 +120,26 @@ TEST_F(RdbStoreTest, OpensAnAndroidDatabaseWithoutChangingItsFiles) {
     EXPECT_EQ(callback_.calls, "downgrade 10->1;open;");
 }
 
+TEST_F(RdbStoreTest, AWalDatabaseIsReadWithItsLogAndLeftAsFound) {
+    content_.walMode = true;
+    Write();
+    ASSERT_GT(std::filesystem::file_size(DB_PATH + "-wal"), 0u);
+    std::string mainBefore = ReadBytes(DB_PATH);
+    std::string walBefore = ReadBytes(DB_PATH + "-wal");
+    {
+        int errCode = 0;
+        auto store = Open(errCode);
+        ASSERT_NE(store, nullptr);
+        auto rows = store->QuerySql("SELECT * FROM extras");
+        ASSERT_NE(rows, nullptr);
+        int count = 0;
+        rows->GetRowCount(count);
+        EXPECT_EQ(count, 3);
+    }
+    EXPECT_EQ(ReadBytes(DB_PATH), mainBefore);
+    EXPECT_EQ(ReadBytes(DB_PATH + "-wal"), walBefore);
+}
+
 TEST_F(RdbStoreTest, DoubleQuotedTextIsALiteralAndMatchesNothingElse) {
     int errCode = 0;
     auto store = Open(errCode);
@@ -167,13 +188,27 @@ TEST_F(RdbStoreTest, ACallbackThatFailsFailsTheOpen) {
     EXPECT_EQ(errCode, E_CALLBACK_FAILED);
 }
 
-TEST_F(RdbStoreTest, VersionZeroAsksForCreationAndLowerForUpgrade) {
+TEST_F(RdbStoreTest, TheCallbackHearsHowTheVersionsRelate) {
     int errCode = 0;
     {
         auto store = RdbHelper::GetRdbStore(AccountConfig(DB_PATH), 12, callback_, errCode);
         ASSERT_NE(store, nullptr);
+        auto same = RdbHelper::GetRdbStore(AccountConfig(DB_PATH), 10, callback_, errCode);
+        ASSERT_NE(same, nullptr);
     }
-    EXPECT_EQ(callback_.calls, "upgrade 10->12;open;");
+    const std::string plain = DB_DIR + "plain.db";
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(plain.c_str(), &db), SQLITE_OK);
+    sqlite3_exec(db, "CREATE TABLE t (x)", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    {
+        auto store = RdbHelper::GetRdbStore(AccountConfig(plain), 1, callback_, errCode);
+        ASSERT_NE(store, nullptr);
+        int version = -1;
+        store->GetVersion(version);
+        EXPECT_EQ(version, 0);
+    }
+    EXPECT_EQ(callback_.calls, "upgrade 10->12;open;open;create;open;");
 }
 
 TEST_F(RdbStoreTest, InjectedOpenFaultsFailTheFirstCallsOnly) {
