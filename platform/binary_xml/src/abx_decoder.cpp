@@ -124,14 +124,19 @@ void AppendComment(const std::string &body, std::string &out) {
     out += "-->";
 }
 
+// A CDATA section cannot hold "]]>", nor a carriage return that a parser would keep.
 void AppendCdata(const std::string &body, std::string &out) {
     out += "<![CDATA[";
-    std::size_t start = 0;
-    for (std::size_t end; (end = body.find("]]>", start)) != std::string::npos; start = end + 2) {
-        out.append(body, start, end + 2 - start);
-        out += "]]><![CDATA[";
+    for (std::size_t i = 0; i < body.size(); ++i) {
+        if (body[i] == '\r') {
+            out += "]]>&#13;<![CDATA[";
+        } else if (body.compare(i, 3, "]]>") == 0) {
+            out += "]]]]><![CDATA[>";
+            i += 2;
+        } else {
+            out += body[i];
+        }
     }
-    out.append(body, start);
     out += "]]>";
 }
 

@@ -10,6 +10,44 @@
 namespace Zarvo::BinaryXml {
 namespace {
 
+// Significant digits (without trailing zeros) and decimal exponent of `text`, which is in the
+// scientific form std::to_chars writes ("1.25e+03").
+int SplitScientific(std::string_view text, std::string &digits) {
+    std::size_t ePos = text.find('e');
+    digits.clear();
+    for (char c : text.substr(0, ePos)) {
+        if (c != '.') {
+            digits += c;
+        }
+    }
+    while (digits.size() > 1 && digits.back() == '0') {
+        digits.pop_back();
+    }
+    return std::atoi(std::string(text.substr(ePos + 1)).c_str());
+}
+
+// The shortest digits that read back to `value`. Java always shows two significant digits, and
+// where one would do it takes the two-digit decimal nearest to the value (so the smallest float
+// is 1.4E-45, not 1.0E-45), provided that one reads back too.
+template <typename Floating>
+int ShortestDigits(Floating value, std::string &digits) {
+    char buffer[64];
+    auto shortest = std::to_chars(buffer, buffer + sizeof(buffer), value, std::chars_format::scientific);
+    int exponent =
+        SplitScientific(std::string_view(buffer, static_cast<std::size_t>(shortest.ptr - buffer)), digits);
+    if (digits.size() > 1) {
+        return exponent;
+    }
+    auto nearest = std::to_chars(buffer, buffer + sizeof(buffer), value, std::chars_format::scientific, 1);
+    Floating readBack = 0;
+    std::from_chars(buffer, nearest.ptr, readBack);
+    if (readBack == value) {
+        exponent =
+            SplitScientific(std::string_view(buffer, static_cast<std::size_t>(nearest.ptr - buffer)), digits);
+    }
+    return exponent;
+}
+
 // Formats the shortest round-trip digits of a finite, non-zero value the way Java's
 // Float.toString and Double.toString lay them out.
 template <typename Floating>
@@ -30,17 +68,8 @@ void AppendJavaFloating(Floating value, std::string &out) {
         out += "0.0";
         return;
     }
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof(buffer), value, std::chars_format::scientific);
-    std::string_view text(buffer, static_cast<std::size_t>(result.ptr - buffer));
-    std::size_t ePos = text.find('e');
     std::string digits;
-    for (char c : text.substr(0, ePos)) {
-        if (c != '.') {
-            digits += c;
-        }
-    }
-    int exponent = std::atoi(std::string(text.substr(ePos + 1)).c_str());
+    int exponent = ShortestDigits(value, digits);
     if (exponent >= -3 && exponent < 7) {
         if (exponent < 0) {
             out += "0.";
