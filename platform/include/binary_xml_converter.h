@@ -9,7 +9,7 @@ namespace UpdateEngine {
 
 // 0 on success; a negative value names the class of failure:
 //  -1 the source cannot be opened or read      -5 a character that XML cannot carry
-//  -2 the input ends early (cut short)         -6 unbalanced or mismatched elements
+//  -2 the input ends early (cut short)         -6 unbalanced elements, text beside the root
 //  -3 a malformed token, type or format        -7 the destination cannot be written
 //  -4 an interned-string index out of range    -8 the input or its text form is too large
 using XmlConvertStatus = int32_t;
