@@ -5,14 +5,13 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-
-#include <CLI/CLI.hpp>
 
 #include "migrate_service_process.h"
 #include "platform_control/credential_control.h"
@@ -47,31 +46,28 @@ struct Options {
     bool noSandbox = false;
 };
 
-int64_t NowNs()
-{
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+int64_t NowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
-double MsSince(int64_t startNs)
-{
+double MsSince(int64_t startNs) {
     return static_cast<double>(NowNs() - startNs) / 1e6;
 }
 
-std::string SelfDirectory()
-{
+std::string SelfDirectory() {
     char self[PATH_MAX] = {};
     ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
     return length > 0 ? fs::path(std::string(self, static_cast<size_t>(length))).parent_path().string() : ".";
 }
 
 // The plug-in built beside the runner (bin/ of a build tree, or lib/ of an installation).
-std::string DefaultPlugin()
-{
+std::string DefaultPlugin() {
     const fs::path dir = SelfDirectory();
-    for (const fs::path &candidate : {dir / "libaccount_manager_restore.so",
-                                      dir / ".." / "lib" / "libaccount_manager_restore.so",
-                                      dir / ".." / "lib" / "x86_64-linux-gnu" / "libaccount_manager_restore.so"}) {
+    for (const fs::path &candidate :
+         {dir / "libaccount_manager_restore.so", dir / ".." / "lib" / "libaccount_manager_restore.so",
+          dir / ".." / "lib" / "x86_64-linux-gnu" / "libaccount_manager_restore.so"}) {
         if (fs::exists(candidate)) {
             return fs::absolute(candidate).lexically_normal().string();
         }
@@ -79,14 +75,12 @@ std::string DefaultPlugin()
     return (dir / "libaccount_manager_restore.so").string();
 }
 
-int Fail(const std::string &sentence)
-{
+int Fail(const std::string &sentence) {
     std::cerr << "restore_runner: " << sentence << std::endl;
     return EXIT_USAGE;
 }
 
-int FirstActiveUser()
-{
+int FirstActiveUser() {
     for (const auto &account : OsAccounts()) {
         if (account.GetIsActived()) {
             return account.GetLocalId();
@@ -95,14 +89,12 @@ int FirstActiveUser()
     return -1;
 }
 
-nlohmann::json OsAccountsJson()
-{
+nlohmann::json OsAccountsJson() {
     nlohmann::json state = nlohmann::json::parse(DeviceStateToJson(), nullptr, false);
     return state.is_object() && state.contains("osAccounts") ? state["osAccounts"] : nlohmann::json::array();
 }
 
-int Run(const Options &options, int64_t startNs)
-{
+int Run(const Options &options, int64_t startNs) {
     RunReport report;
     report.plugin = options.plugin;
     std::string error;
@@ -177,9 +169,9 @@ int Run(const Options &options, int64_t startNs)
 
 }  // namespace
 
-int main(int argc, char *argv[])
-{
-    CLI::App app{"Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
+int main(int argc, char *argv[]) {
+    CLI::App app{
+        "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
     Options options;
     options.plugin = DefaultPlugin();
     app.add_option("-p,--plugin", options.plugin, "The plug-in to load")->check(CLI::ExistingFile);
@@ -187,10 +179,12 @@ int main(int argc, char *argv[])
                    "An Android data snapshot (system_ce/0/accounts_ce.db, system/users/...) or a work tree "
                    "(back/...); default: the built-in sample phone")
         ->check(CLI::ExistingDirectory);
-    app.add_option("-d,--device-state", options.deviceState, "Device state JSON (OS accounts, bundles, faults)")
+    app.add_option("-d,--device-state", options.deviceState,
+                   "Device state JSON (OS accounts, bundles, faults)")
         ->check(CLI::ExistingFile);
     app.add_option("-r,--report", options.reportPath, "Write a JSON report to this file");
-    app.add_option("--service-journal", options.serviceLog, "Keep the migrate service's request journal in this file");
+    app.add_option("--service-journal", options.serviceLog,
+                   "Keep the migrate service's request journal in this file");
     app.add_flag("--use-running-service", options.useRunningService,
                  "Use a migrate service that is already listening instead of starting one");
     app.add_flag("--no-sandbox", options.noSandbox,
@@ -203,7 +197,8 @@ int main(int argc, char *argv[])
     }
 
     for (const std::string *path : {&options.snapshot, &options.deviceState, &options.reportPath}) {
-        if (!path->empty() && !options.noSandbox && !InSandbox() && fs::absolute(*path).string().rfind("/data/", 0) == 0) {
+        if (!path->empty() && !options.noSandbox && !InSandbox() &&
+            fs::absolute(*path).string().rfind("/data/", 0) == 0) {
             return Fail(*path + " lies under /data, which the sandbox replaces; keep it elsewhere.");
         }
     }

@@ -20,8 +20,7 @@ constexpr int READY_TIMEOUT_MS = 10000;
 constexpr auto STOP_GRACE = std::chrono::seconds(5);
 const std::string DEFAULT_JOURNAL = "/data/runner/migrate_journal.jsonl";
 
-std::string ExitText(int status)
-{
+std::string ExitText(int status) {
     if (WIFEXITED(status)) {
         return "exit status " + std::to_string(WEXITSTATUS(status));
     }
@@ -33,14 +32,12 @@ std::string ExitText(int status)
 
 }  // namespace
 
-MigrateServiceProcess::~MigrateServiceProcess()
-{
+MigrateServiceProcess::~MigrateServiceProcess() {
     Stop();
 }
 
 std::string MigrateServiceProcess::Start(const std::string &binDir, const std::string &deviceState,
-                                         const std::string &journalPath)
-{
+                                         const std::string &journalPath) {
     const std::string program = binDir + "/migrate_service";
     if (access(program.c_str(), X_OK) != 0) {
         return "the migrate service " + program + " is missing; build it or pass --use-running-service.";
@@ -54,7 +51,8 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
     if (pipe(ready) != 0) {
         return std::string("could not make a pipe for the migrate service: ") + std::strerror(errno) + ".";
     }
-    std::vector<std::string> args = {program, "--ready-fd", std::to_string(ready[1]), "--journal", journalPath_};
+    std::vector<std::string> args = {program, "--ready-fd", std::to_string(ready[1]), "--journal",
+                                     journalPath_};
     if (!deviceState.empty()) {
         args.insert(args.end(), {"--device-state", deviceState});
     }
@@ -96,8 +94,7 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
            " seconds.";
 }
 
-nlohmann::json MigrateServiceProcess::Stop()
-{
+nlohmann::json MigrateServiceProcess::Stop() {
     nlohmann::json journal = nlohmann::json::array();
     if (pid_ > 0) {
         kill(pid_, SIGTERM);

@@ -3,9 +3,8 @@
 
 #include <sys/types.h>
 
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace Zarvo::Host {
 
@@ -20,7 +19,8 @@ public:
     // Starts `migrate_service` from `binDir` and waits until it listens. `deviceState` (may be
     // empty) carries its injected faults; the journal goes to `journalPath` or a private file.
     // Returns an empty text on success, else one sentence.
-    std::string Start(const std::string &binDir, const std::string &deviceState, const std::string &journalPath);
+    std::string Start(const std::string &binDir, const std::string &deviceState,
+                      const std::string &journalPath);
     // Stops the daemon (if it was started) and returns its request journal as a JSON array.
     nlohmann::json Stop();
 

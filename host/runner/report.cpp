@@ -16,28 +16,24 @@ namespace {
 constexpr int ADMIN_LOCAL_ID = 100;
 constexpr int LOCAL_ID_OFFSET = 91;
 
-int SourceIdOf(int localId)
-{
+int SourceIdOf(int localId) {
     return localId == ADMIN_LOCAL_ID ? 0 : localId - LOCAL_ID_OFFSET;
 }
 
-std::string ModeText(mode_t mode)
-{
+std::string ModeText(mode_t mode) {
     char text[8];
     std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
     return text;
 }
 
 // Strips the "[file(line)]" prefix of a plug-in line.
-std::string MessageOf(const LogRecord &record)
-{
+std::string MessageOf(const LogRecord &record) {
     size_t close = record.message.find(")]");
     return record.message.rfind('[', 0) == 0 && close != std::string::npos ? record.message.substr(close + 2)
-                                                                             : record.message;
+                                                                           : record.message;
 }
 
-const char *LevelName(int level)
-{
+const char *LevelName(int level) {
     switch (level) {
         case LOG_DEBUG:
             return "DEBUG";
@@ -52,8 +48,7 @@ const char *LevelName(int level)
     }
 }
 
-nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param)
-{
+nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param) {
     using Type = HiviewDFX::HiSysEventParam::Type;
     switch (param.type) {
         case Type::BOOL:
@@ -71,8 +66,7 @@ nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param)
     }
 }
 
-std::string EventParam(const EventRecord &event, const std::string &name)
-{
+std::string EventParam(const EventRecord &event, const std::string &name) {
     for (const auto &param : event.params) {
         if (param.name == name) {
             nlohmann::json value = ParamValue(param);
@@ -83,8 +77,7 @@ std::string EventParam(const EventRecord &event, const std::string &name)
 }
 
 // The account carried over, as the handed-over export file names it.
-std::string AccountSummary(const RunReport &report)
-{
+std::string AccountSummary(const RunReport &report) {
     for (const auto &file : report.handedFiles) {
         if (fs::path(file.path).filename() != "account_manager_db.json") {
             continue;
@@ -93,8 +86,8 @@ std::string AccountSummary(const RunReport &report)
         std::ostringstream text;
         if (account.is_object()) {
             text << "account \"" << account.value("name", "") << "\" of type " << account.value("type", "")
-                 << " (id " << account.value("id", 0) << ", " << account.value("extras", nlohmann::json::array()).size()
-                 << " extras)";
+                 << " (id " << account.value("id", 0) << ", "
+                 << account.value("extras", nlohmann::json::array()).size() << " extras)";
         } else {
             text << "an export file that is not JSON";
         }
@@ -112,11 +105,11 @@ std::string AccountSummary(const RunReport &report)
 
 }  // namespace
 
-std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs)
-{
+std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs) {
     static const std::regex skipped(R"(RestoreSubUserInfo current user \((-?\d+)\) not need restore\.)");
     static const std::regex created(R"(CreateZarvoAccount success, zarvo user id : (-?\d+))");
-    static const std::regex existed(R"(CreateZarvoAccount failed, current user id : (-?\d+) already exists\.)");
+    static const std::regex existed(
+        R"(CreateZarvoAccount failed, current user id : (-?\d+) already exists\.)");
     static const std::regex updated(R"(UpdateZarvoAdminAcount success, zarvo user id : (-?\d+))");
     static const std::regex failed(R"(DoRestoreData failed, current userId : (-?\d+))");
 
@@ -138,7 +131,8 @@ std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs)
         } else if (std::regex_search(message, match, created)) {
             outcome = {SourceIdOf(std::stoi(match[1])), "created", std::stoi(match[1]), ""};
         } else if (std::regex_search(message, match, existed)) {
-            outcome = {SourceIdOf(std::stoi(match[1])), "existed", std::stoi(match[1]), "an account with this id exists"};
+            outcome = {SourceIdOf(std::stoi(match[1])), "existed", std::stoi(match[1]),
+                       "an account with this id exists"};
         } else if (std::regex_search(message, match, updated)) {
             outcome = {SourceIdOf(std::stoi(match[1])), "updated", std::stoi(match[1]), ""};
         } else if (std::regex_search(message, match, failed)) {
@@ -154,12 +148,11 @@ std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs)
     return outcomes;
 }
 
-std::vector<HandedFile> CollectFiles(const std::string &root)
-{
+std::vector<HandedFile> CollectFiles(const std::string &root) {
     std::vector<HandedFile> files;
     std::error_code error;
-    for (auto it = fs::recursive_directory_iterator(root, error); !error && it != fs::recursive_directory_iterator();
-         it.increment(error)) {
+    for (auto it = fs::recursive_directory_iterator(root, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
         struct stat info {};
         if (lstat(it->path().c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
             continue;
@@ -172,8 +165,7 @@ std::vector<HandedFile> CollectFiles(const std::string &root)
     return files;
 }
 
-void PrintSummary(const RunReport &report, std::ostream &out)
-{
+void PrintSummary(const RunReport &report, std::ostream &out) {
     out << "RestoreData returned " << (report.result ? "true" : "false") << "\n";
     out << "Account: " << AccountSummary(report) << "\n";
     out << "Users:";
@@ -198,12 +190,11 @@ void PrintSummary(const RunReport &report, std::ostream &out)
             << EventParam(event, "ERROR_MESSAGE") << "\n";
     }
     out << "Work tree " << (report.workTreeRemoved ? "removed" : "still present") << "\n";
-    out << std::fixed << std::setprecision(1) << "Time: " << report.totalMs << " ms (set-up " << report.setupMs
-        << " ms, RestoreData " << report.restoreMs << " ms)\n";
+    out << std::fixed << std::setprecision(1) << "Time: " << report.totalMs << " ms (set-up "
+        << report.setupMs << " ms, RestoreData " << report.restoreMs << " ms)\n";
 }
 
-nlohmann::json ReportToJson(const RunReport &report)
-{
+nlohmann::json ReportToJson(const RunReport &report) {
     nlohmann::json logs = nlohmann::json::array();
     for (const auto &record : report.logs) {
         logs.push_back({{"level", LevelName(record.level)},
@@ -219,7 +210,8 @@ nlohmann::json ReportToJson(const RunReport &report)
         for (const auto &param : event.params) {
             params[param.name] = ParamValue(param);
         }
-        events.push_back({{"domain", event.domain}, {"name", event.name}, {"type", event.type}, {"params", params}});
+        events.push_back(
+            {{"domain", event.domain}, {"name", event.name}, {"type", event.type}, {"params", params}});
     }
     nlohmann::json files = nlohmann::json::array();
     for (const auto &file : report.handedFiles) {
@@ -252,7 +244,8 @@ nlohmann::json ReportToJson(const RunReport &report)
             {"users", users},
             {"migrateJournal", report.journal},
             {"workTreeRemoved", report.workTreeRemoved},
-            {"elapsedMs", {{"setup", report.setupMs}, {"restoreData", report.restoreMs}, {"total", report.totalMs}}}};
+            {"elapsedMs",
+             {{"setup", report.setupMs}, {"restoreData", report.restoreMs}, {"total", report.totalMs}}}};
 }
 
 }  // namespace Zarvo::Host

@@ -3,14 +3,12 @@
 
 #include <sys/types.h>
 
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "hilog/log.h"
-
 #include "platform_control/event_capture.h"
 #include "platform_control/log_capture.h"
 #include "snapshot.h"
@@ -31,7 +29,7 @@ struct UserOutcome {
     int sourceId = -1;
     std::string decision;  // "updated", "created", "existed", "skipped" or "failed"
     int localId = -1;
-    std::string detail;    // why it was skipped or failed
+    std::string detail;  // why it was skipped or failed
 };
 
 struct RunReport {

@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
-#include <climits>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -13,8 +13,7 @@ namespace {
 
 constexpr char SANDBOX_MARK[] = "ZARVO_SANDBOX";
 
-bool CanRun(const char *program)
-{
+bool CanRun(const char *program) {
     const char *path = std::getenv("PATH");
     std::string dirs = path != nullptr ? path : "/usr/bin:/bin";
     size_t start = 0;
@@ -34,27 +33,28 @@ bool CanRun(const char *program)
 
 }  // namespace
 
-bool InSandbox()
-{
+bool InSandbox() {
     const char *mark = std::getenv(SANDBOX_MARK);
     return mark != nullptr && std::strcmp(mark, "1") == 0;
 }
 
-std::string ReexecInSandbox(int argc, char *argv[])
-{
+std::string ReexecInSandbox(int argc, char *argv[]) {
     if (!CanRun("bwrap")) {
-        return "bubblewrap (bwrap) is needed to give the restore a private /data; install the bubblewrap package "
+        return "bubblewrap (bwrap) is needed to give the restore a private /data; install the bubblewrap "
+               "package "
                "or run with --no-sandbox where /data and /dev/unix are already prepared.";
     }
     if (std::system("bwrap --dev-bind / / true >/dev/null 2>&1") != 0) {
-        return "bwrap cannot create a mount namespace here; run as root or enable unprivileged user namespaces.";
+        return "bwrap cannot create a mount namespace here; run as root or enable unprivileged user "
+               "namespaces.";
     }
     char self[PATH_MAX] = {};
     if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) {
         return "could not find this program's own path to run it in the sandbox.";
     }
-    std::vector<std::string> args = {"bwrap",     "--dev-bind", "/",  "/",    "--tmpfs", "/data", "--tmpfs",
-                                     "/dev/unix", "--die-with-parent", "--setenv", SANDBOX_MARK, "1", "--", self};
+    std::vector<std::string> args = {
+        "bwrap",     "--dev-bind",        "/",        "/",          "--tmpfs", "/data", "--tmpfs",
+        "/dev/unix", "--die-with-parent", "--setenv", SANDBOX_MARK, "1",       "--",    self};
     for (int i = 1; i < argc; ++i) {
         args.emplace_back(argv[i]);
     }

@@ -12,13 +12,11 @@ const std::string SOURCE_XML_DIR = WORK_ROOT + "back/sourceXml/";
 const fs::copy_options COPY_OPTIONS =
     fs::copy_options::recursive | fs::copy_options::copy_symlinks | fs::copy_options::overwrite_existing;
 
-bool IsDecimal(const std::string &text)
-{
+bool IsDecimal(const std::string &text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-std::string Copy(const fs::path &from, const fs::path &to, std::vector<LaidFile> &laid)
-{
+std::string Copy(const fs::path &from, const fs::path &to, std::vector<LaidFile> &laid) {
     std::error_code error;
     fs::create_directories(to.parent_path(), error);
     if (!error) {
@@ -33,8 +31,7 @@ std::string Copy(const fs::path &from, const fs::path &to, std::vector<LaidFile>
 
 }  // namespace
 
-std::string LaySnapshot(const std::string &snapshotDir, int activeUserId, std::vector<LaidFile> &laid)
-{
+std::string LaySnapshot(const std::string &snapshotDir, int activeUserId, std::vector<LaidFile> &laid) {
     const fs::path snapshot(snapshotDir);
     std::error_code error;
     if (!fs::is_directory(snapshot, error)) {

@@ -2,9 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace Zarvo::Fixtures {
 namespace fs = std::filesystem;
@@ -12,16 +11,14 @@ using nlohmann::json;
 namespace {
 
 template <typename T>
-std::optional<T> OptionalOf(const json &object, const char *key, const std::optional<T> &fallback)
-{
+std::optional<T> OptionalOf(const json &object, const char *key, const std::optional<T> &fallback) {
     if (!object.contains(key)) {
         return fallback;
     }
     return object[key].is_null() ? std::nullopt : std::optional<T>(object[key].get<T>());
 }
 
-AndroidAccount AccountOf(const json &item)
-{
+AndroidAccount AccountOf(const json &item) {
     AndroidAccount account;
     account.id = item.at("id").get<int64_t>();
     account.name = item.at("name").get<std::string>();
@@ -30,8 +27,7 @@ AndroidAccount AccountOf(const json &item)
     return account;
 }
 
-AndroidAuthToken TokenOf(const json &item)
-{
+AndroidAuthToken TokenOf(const json &item) {
     AndroidAuthToken token;
     token.id = item.at("id").get<int64_t>();
     token.accountId = item.at("accountId").get<int64_t>();
@@ -40,8 +36,7 @@ AndroidAuthToken TokenOf(const json &item)
     return token;
 }
 
-AndroidExtra ExtraOf(const json &item)
-{
+AndroidExtra ExtraOf(const json &item) {
     AndroidExtra extra;
     extra.id = item.at("id").get<int64_t>();
     extra.accountId = OptionalOf<int64_t>(item, "accountId", std::nullopt);
@@ -50,8 +45,7 @@ AndroidExtra ExtraOf(const json &item)
     return extra;
 }
 
-AndroidUser UserOf(const json &item, const fs::path &base)
-{
+AndroidUser UserOf(const json &item, const fs::path &base) {
     AndroidUser user;
     user.id = item.at("id").get<int32_t>();
     user.serialNumber = item.value("serialNumber", user.id);
@@ -81,13 +75,11 @@ AndroidUser UserOf(const json &item, const fs::path &base)
 
 }  // namespace
 
-SamplePhone DefaultSamplePhone()
-{
+SamplePhone DefaultSamplePhone() {
     return SamplePhone{SamplePhoneAccounts(), SamplePhoneUsers(), UserFileForm::BINARY};
 }
 
-bool LoadSamplePhoneDescription(const std::string &path, SamplePhone &phone, std::string &error)
-{
+bool LoadSamplePhoneDescription(const std::string &path, SamplePhone &phone, std::string &error) {
     std::ifstream in(path);
     if (!in) {
         error = "cannot open the phone description " + path + ".";
@@ -140,8 +132,7 @@ bool LoadSamplePhoneDescription(const std::string &path, SamplePhone &phone, std
     return true;
 }
 
-std::string BuildSamplePhone(const SamplePhone &phone, const std::string &dir)
-{
+std::string BuildSamplePhone(const SamplePhone &phone, const std::string &dir) {
     std::error_code code;
     const fs::path root(dir);
     fs::create_directories(root / "system_ce/0", code);

@@ -8,8 +8,7 @@
 namespace Zarvo {
 namespace UpdateEngine {
 
-bool RestorePlugin::RestoreData()
-{
+bool RestorePlugin::RestoreData() {
     PLUGIN_LOGI("RestoreData called.");
     AccountDataManager accountDataManager;
     bool accountResult = accountDataManager.DoRestoreData();
@@ -28,7 +27,6 @@ bool RestorePlugin::RestoreData()
 }  // namespace UpdateEngine
 }  // namespace Zarvo
 
-extern "C" bool RestoreData()
-{
+extern "C" bool RestoreData() {
     return Zarvo::UpdateEngine::RestorePlugin::RestoreData();
 }

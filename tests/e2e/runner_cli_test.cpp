@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RunResult {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr together
+};
+
+RunResult RunRunner(const std::string &arguments) {
+    std::string command = std::string(RUNNER_PATH) + " " + arguments + " 2>&1";
+    RunResult run;
+    FILE *pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return run;
+    }
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) {
+        run.output.append(buffer, n);
+    }
+    int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+// The runner makes its own sandbox; these tests run it from outside one, as a person would.
+class RunnerCliTest : public testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/runner_cli_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    std::string Write(const std::string &name, const std::string &content) {
+        std::string path = dir_ + "/" + name;
+        std::ofstream(path) << content;
+        return path;
+    }
+
+    std::string dir_;
+};
+
+TEST_F(RunnerCliTest, RestoresTheSamplePhoneAndWritesTheReport) {
+    const std::string report = dir_ + "/report.json";
+    RunResult run = RunRunner("--report " + report);
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("RestoreData returned true"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("source user 0: updated as OS account 100"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("source user 10: created as OS account 101"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("source user 11: skipped"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("mode 0700"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("Work tree removed"), std::string::npos) << run.output;
+
+    std::ifstream in(report);
+    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    ASSERT_TRUE(json.is_object());
+    EXPECT_EQ(json["result"], true);
+    EXPECT_EQ(json["workTreeRemoved"], true);
+    ASSERT_FALSE(json["logs"].empty());
+    const auto &first = json["logs"][0];
+    EXPECT_EQ(first["tag"], "MIGRATE_PLUGIN");
+    EXPECT_EQ(first["domain"], 0xD002E12);
+    EXPECT_EQ(first["message"], "RestoreData called.");
+    EXPECT_EQ(first["file"], "restore_plugin.cpp");
+    EXPECT_EQ(first["level"], "INFO");
+    ASSERT_EQ(json["handedFiles"].size(), 1u);
+    EXPECT_EQ(json["handedFiles"][0]["mode"], "0700");
+    EXPECT_EQ(json["handedFiles"][0]["uid"], 20010040);
+    EXPECT_EQ(nlohmann::json::parse(json["handedFiles"][0]["content"].get<std::string>())["type"],
+              "com.corvan.cvid");
+    EXPECT_EQ(json["osAccountsAfter"].size(), 2u);
+    EXPECT_FALSE(json["migrateJournal"].empty());
+    EXPECT_TRUE(json["events"].empty());
+    EXPECT_GT(json["elapsedMs"]["total"].get<double>(), 0.0);
+}
+
+TEST_F(RunnerCliTest, AFailedRestoreExitsWithOne) {
+    const std::string state = Write("state.json", R"({"bundles": []})");
+    RunResult run = RunRunner("--device-state " + state);
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
+}
+
+TEST_F(RunnerCliTest, RestoresASnapshotOfItsOwn) {
+    ASSERT_EQ(std::system(("mkdir -p " + dir_ + "/phone/system/users").c_str()), 0);
+    Write("phone/system/users/userlist.xml", R"(<?xml version='1.0' encoding='utf-8' standalone='yes' ?>
+<users nextSerialNumber="11" version="9"><user id="0" /></users>)");
+    Write("phone/system/users/0.xml", R"(<?xml version='1.0' encoding='utf-8' standalone='yes' ?>
+<user id="0" serialNumber="0" flags="3091" type="android.os.usertype.full.SYSTEM" created="0" lastLoggedIn="5"><name>Owner</name></user>)");
+    RunResult run = RunRunner("--snapshot " + dir_ + "/phone");
+    // No account database: the account restore fails, the user restore still runs.
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_NE(run.output.find("source user 0: updated as OS account 100"), std::string::npos) << run.output;
+}
+
+TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
+    const std::string bad = Write("bad.json", "{not json");
+    struct Case {
+        std::string arguments;
+        std::string says;
+    } cases[] = {
+        {"--snapshot " + dir_ + "/missing", "Directory does not exist"},
+        {"--snapshot " + dir_, "holds neither"},
+        {"--device-state " + bad, "restore_runner: "},
+        {"--snapshot /data/whatever", "/data/whatever"},
+        {"--no-such-option", "no-such-option"},
+    };
+    for (const auto &c : cases) {
+        RunResult run = RunRunner(c.arguments);
+        EXPECT_EQ(run.exitCode, 2) << c.arguments << "\n" << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << c.arguments << "\n" << run.output;
+        EXPECT_EQ(run.output.find("RestoreData returned"), std::string::npos) << run.output;
+    }
+}
+
+TEST_F(RunnerCliTest, HelpExitsWithZero) {
+    RunResult run = RunRunner("--help");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find("--snapshot"), std::string::npos);
+    EXPECT_NE(run.output.find("--use-running-service"), std::string::npos);
+}
+
+}  // namespace
