@@ -30,7 +30,9 @@ public:
 
 class AbxSink : public XmlSink {
 public:
-    AbxSink() { writer_.StartDocument(); }
+    explicit AbxSink(BinaryXml::AbxWriter::Supplementary supplementary) : writer_(supplementary) {
+        writer_.StartDocument();
+    }
     void StartTag(const std::string &name) override { writer_.StartTag(name); }
     void IntAttribute(const std::string &name, int32_t value) override { writer_.Attribute(name, value); }
     void LongAttribute(const std::string &name, int64_t value) override { writer_.Attribute(name, value); }
@@ -138,10 +140,14 @@ private:
 };
 
 std::unique_ptr<XmlSink> MakeSink(UserFileForm form) {
-    if (form == UserFileForm::BINARY) {
-        return std::make_unique<AbxSink>();
+    switch (form) {
+        case UserFileForm::BINARY:
+            return std::make_unique<AbxSink>(BinaryXml::AbxWriter::Supplementary::FOUR_BYTE);
+        case UserFileForm::BINARY_SURROGATE_PAIRS:
+            return std::make_unique<AbxSink>(BinaryXml::AbxWriter::Supplementary::SURROGATE_PAIR);
+        default:
+            return std::make_unique<TextSink>();
     }
-    return std::make_unique<TextSink>();
 }
 
 void EmptyElement(XmlSink &sink, const std::string &name) {

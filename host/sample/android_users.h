@@ -51,8 +51,10 @@ struct AndroidUsers {
 };
 
 enum class UserFileForm {
-    BINARY,  // Android's binary XML, the default from Android 12
-    TEXT,    // text XML as Android 11 writes it
+    BINARY,                  // Android's binary XML, the default from Android 12
+    BINARY_SURROGATE_PAIRS,  // the same as Android's pure-Java writer leaves it off the device:
+                             // characters beyond the BMP as two three-byte surrogates
+    TEXT,                    // text XML as Android 11 writes it
 };
 
 // The content of userlist.xml and of one <id>.xml, with the attributes, their order and (in the

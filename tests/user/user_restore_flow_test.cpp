@@ -91,10 +91,16 @@ TEST_F(UserRestoreFlowTest, SamplePhoneUpdatesOwnerCreatesSecondarySkipsGuestAnd
     EXPECT_EQ(PluginLogLines().back(), (LogLine{INFO, "OnResult result is 0."}));
 }
 
-TEST_F(UserRestoreFlowTest, TextFormOfAndroid11IsRestoredToo) {
-    LaySourceUsers(SamplePhoneUsers(), UserFileForm::TEXT);
-    EXPECT_TRUE(Restore());
-    EXPECT_EQ(AccountIds(), (std::vector<int>{100, 101}));
+TEST_F(UserRestoreFlowTest, OtherFormsOfTheUserFilesGiveTheSameAccounts) {
+    AndroidUsers phone = SamplePhoneUsers();
+    for (UserFileForm form : {UserFileForm::TEXT, UserFileForm::BINARY_SURROGATE_PAIRS}) {
+        ResetUserRestoreWorld();
+        std::filesystem::create_directories(CONVERT_XML_DIR);
+        LaySourceUsers(phone, form);
+        EXPECT_TRUE(Restore());
+        EXPECT_EQ(AccountIds(), (std::vector<int>{100, 101}));
+        EXPECT_EQ(FindAccount(Zarvo::Host::OsAccounts(), 101)->GetLocalName(), *phone.users[1].name);
+    }
 }
 
 TEST_F(UserRestoreFlowTest, OwnerWithoutAdminFlagsIsSkippedAsSuccess) {
