@@ -119,10 +119,12 @@ int Run(const Options &options, int64_t startNs) {
 
     MigrateServiceProcess service;
     if (!options.useRunningService) {
+        const int64_t serviceStart = NowNs();
         error = service.Start(SelfDirectory(), options.deviceState, options.serviceLog);
         if (!error.empty()) {
             return Fail(error);
         }
+        report.serviceStartMs = MsSince(serviceStart);
     }
 
     void *handle = dlopen(options.plugin.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -46,6 +46,7 @@ struct RunReport {
     nlohmann::json journal = nlohmann::json::array();
     bool workTreeRemoved = false;
     double setupMs = 0;
+    double serviceStartMs = 0;
     double restoreMs = 0;
     double totalMs = 0;
 };
