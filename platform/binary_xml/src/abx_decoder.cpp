@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -277,13 +278,13 @@ private:
         }
         if (index >= names_.size()) {
             names_.resize(strings_.size());
-            nameStates_.resize(strings_.size(), Status::TRUNCATED);
+            nameStates_.resize(strings_.size());
         }
-        if (nameStates_[index] == Status::TRUNCATED) {
+        if (!nameStates_[index]) {
             nameStates_[index] = ConvertName(encoded, names_[index]);
         }
         name = &names_[index];
-        return nameStates_[index];
+        return *nameStates_[index];
     }
 
     void CloseStartTag() {
@@ -522,10 +523,10 @@ private:
     std::string *out_;
     DecodeOptions options_;
     std::vector<std::string_view> strings_;
-    // Text form of interned strings used as names, and whether each is a valid name
-    // (TRUNCATED marks one not converted yet). A deque keeps references stable as it grows.
+    // Text form of interned strings used as names, and the outcome of checking each (empty
+    // until first used as a name). A deque keeps references stable as it grows.
     std::deque<std::string> names_;
-    std::vector<Status> nameStates_;
+    std::vector<std::optional<Status>> nameStates_;
     std::string unstoredName_;
     std::vector<std::string> openElements_;
     std::vector<std::string> attributeNames_;
