@@ -54,7 +54,10 @@ int main(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
-        return app.exit(e);
+        if (e.get_exit_code() == 0) {
+            return app.exit(e);
+        }
+        return Fail(std::string(e.what()) + " (see --help).");
     }
     if (!roots.empty()) {
         options.allowedRoots = roots;

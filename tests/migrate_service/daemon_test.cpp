@@ -1,0 +1,117 @@
+// The daemon executable: its command line, readiness signal, journal file and stop signal.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "raw_migrate_client.h"
+
+using namespace Zarvo::Testing;
+
+namespace {
+
+struct DaemonRun {
+    int status = -1;
+    std::string err;
+};
+
+// Runs the daemon to completion with the given arguments; its stderr is returned.
+DaemonRun RunDaemon(const std::vector<std::string> &args) {
+    int errPipe[2];
+    EXPECT_EQ(pipe(errPipe), 0);
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(errPipe[1], 2);
+        std::vector<char *> argv = {const_cast<char *>(MIGRATE_SERVICE_BINARY)};
+        for (const std::string &arg : args) {
+            argv.push_back(const_cast<char *>(arg.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(MIGRATE_SERVICE_BINARY, argv.data());
+        _exit(127);
+    }
+    close(errPipe[1]);
+    DaemonRun run;
+    char buf[512];
+    for (ssize_t n; (n = read(errPipe[0], buf, sizeof(buf))) > 0;) {
+        run.err.append(buf, static_cast<size_t>(n));
+    }
+    close(errPipe[0]);
+    waitpid(pid, &run.status, 0);
+    return run;
+}
+
+TEST(DaemonTest, BadCommandLinesEndWithOneSentenceAndFailure) {
+    std::ofstream("/data/bad.json") << "{\"faults\": [{\"action\": \"melt\"}]}";
+    std::ofstream("/data/state.json") << "[1, 2]";
+    for (const std::vector<std::string> &args :
+         std::vector<std::vector<std::string>>{{"--no-such-option"},
+                                               {"--allow", "relative/dir"},
+                                               {"--allow", "/data/a/../b"},
+                                               {"--faults", "/data/bad.json"},
+                                               {"--faults", "/data/missing.json"},
+                                               {"--device-state", "/data/state.json"},
+                                               {"--ready-fd", "77"},
+                                               {"--journal", "/data/no/such/dir/journal"},
+                                               {"--socket", "/data/" + std::string(200, 's')}}) {
+        DaemonRun run = RunDaemon(args);
+        ASSERT_TRUE(WIFEXITED(run.status)) << args[0];
+        EXPECT_NE(WEXITSTATUS(run.status), 0) << args[0];
+        EXPECT_FALSE(run.err.empty()) << args[0];
+        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << args[0] << ": " << run.err;
+    }
+}
+
+TEST(DaemonTest, SignalsReadinessJournalsRequestsAppliesDeviceStateFaultsAndStopsOnTerm) {
+    std::ofstream("/data/state.json")
+        << R"({"accounts": [], "migrateService": {"faults": [{"operation": "IS_DIR", "result": 9, "action": "fail"}]}})";
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(ready[0]);
+        std::string fd = std::to_string(ready[1]);
+        execl(MIGRATE_SERVICE_BINARY, MIGRATE_SERVICE_BINARY, "--ready-fd", fd.c_str(), "--journal",
+              "/data/journal.jsonl", "--device-state", "/data/state.json", "--allow", "/data/root", nullptr);
+        _exit(127);
+    }
+    close(ready[1]);
+    char buf[16] = {};
+    ASSERT_EQ(read(ready[0], buf, sizeof(buf)), 6);
+    EXPECT_STREQ(buf, "ready\n");
+    close(ready[0]);
+
+    RawRequest request;
+    request.type = 1;
+    request.src = "/data/root";
+    EXPECT_EQ(Exchange(request).result, 9);
+    EXPECT_EQ(Exchange(request).result, 0);
+    request.src = "/data/app/el2/x";
+    EXPECT_EQ(Exchange(request).errCode, EACCES) << "--allow replaces the default roots";
+
+    kill(pid, SIGTERM);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_NE(access("/dev/unix/socket/file_migrate_ability", F_OK), 0) << "the socket is removed";
+
+    std::ifstream journal("/data/journal.jsonl");
+    std::vector<nlohmann::json> lines;
+    for (std::string line; std::getline(journal, line);) {
+        lines.push_back(nlohmann::json::parse(line));
+    }
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0]["outcome"], "fault");
+    EXPECT_EQ(lines[0]["operation"], "IS_DIR");
+    EXPECT_EQ(lines[1]["outcome"], "served");
+    EXPECT_EQ(lines[1]["src"], "/data/root");
+    EXPECT_EQ(lines[2]["outcome"], "refused");
+    EXPECT_EQ(lines[2]["errCode"], EACCES);
+    EXPECT_EQ(lines[2]["seq"], 3);
+}
+
+}  // namespace
