@@ -7,7 +7,8 @@
 namespace Zarvo {
 namespace AccountSA {
 
-enum OsAccountType {
+// A fixed underlying type keeps any 32-bit value representable, so the manager can refuse bad ones.
+enum OsAccountType : int32_t {
     ADMIN = 0,
     NORMAL,
     GUEST,
