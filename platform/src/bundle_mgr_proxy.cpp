@@ -7,7 +7,8 @@
 namespace Zarvo::AppExecFwk {
 namespace {
 
-const bool PROXY_REGISTERED = BrokerRegistration::Get().Register(
+// Known to the broker registration from the moment the library is loaded.
+[[maybe_unused]] const bool PROXY_REGISTERED = BrokerRegistration::Get().Register(
     BundleMgrProxy::GetDescriptor(), [](const sptr<IRemoteObject> &object) -> sptr<IRemoteBroker> {
         return std::make_shared<BundleMgrProxy>(object);
     });
@@ -23,7 +24,6 @@ const std::u16string &BundleMgrProxy::GetDescriptor() {
 
 int32_t BundleMgrProxy::GetBundleInfo(const std::string &bundleName, int32_t, BundleInfo &bundleInfo,
                                       int32_t userId) {
-    (void)PROXY_REGISTERED;
     int32_t fault = ERR_OK;
     if (Host::Internal::TakeFault("GetBundleInfo", fault)) {
         return fault;

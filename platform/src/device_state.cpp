@@ -264,7 +264,8 @@ DeviceState ParseDeviceState(const std::string &text) {
 }
 
 json AccountToJson(const AccountSA::OsAccountInfo &info) {
-    std::string typeName = std::to_string(static_cast<int>(info.GetType()));
+    // A type without a name is written as its number, so the text says what the store holds.
+    json typeName = static_cast<int32_t>(info.GetType());
     for (const auto &entry : TypeNames()) {
         if (entry.second == info.GetType()) {
             typeName = entry.first;
