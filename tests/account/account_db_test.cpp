@@ -195,3 +195,28 @@ TEST_F(AccountDbTest, ANegativeIdIsWrittenWithItsSign) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(AccountDbParseTest, ARowThatCannotBeReadIsLoggedWithTheStoreCode) {
+    Zarvo::Testing::ResetCaptures();
+    auto rows = std::make_shared<Zarvo::NativeRdb::ResultSet>(
+        std::vector<std::string>{"_id", "key", "value"},
+        std::vector<std::vector<Zarvo::NativeRdb::ValueObject>>{{int64_t{1}, "k", "v"}});
+    Zarvo::UpdateEngine::AccountDB db;
+    Zarvo::UpdateEngine::AccountDataInfo info{};
+    Zarvo::UpdateEngine::ExtraInfo extra{};
+    // Before the first move there is no current row.
+    EXPECT_FALSE(db.ParseAccountsInfo(rows, info));
+    EXPECT_FALSE(db.ParseExtrasInfo(rows, extra));
+    EXPECT_EQ(Zarvo::Testing::PluginLogTexts(),
+              (std::vector<std::string>{"ParseAccountsInfo failed, GetRow return 14800007.",
+                                        "ParseExtrasInfo failed, GetRow return 14800007."}));
+    ASSERT_EQ(rows->GoToFirstRow(), 0);
+    ASSERT_TRUE(db.ParseExtrasInfo(rows, extra));
+    EXPECT_EQ(extra.id, 1);
+    EXPECT_EQ(extra.key, "k");
+    EXPECT_EQ(extra.value, "v");
+}
+
+}  // namespace
