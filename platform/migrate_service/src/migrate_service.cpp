@@ -112,7 +112,8 @@ int64_t MicrosecondsSince(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 struct MigrateService::Impl {
-    explicit Impl(MigrateServiceOptions opts) : options(std::move(opts)), guard(options.allowedRoots) {}
+    explicit Impl(MigrateServiceOptions opts)
+        : options(std::move(opts)), guard(std::make_unique<PathGuard>(options.allowedRoots)) {}
 
     void AcceptLoop();
     void ServeConnection(UniqueFd fd, uint64_t id);
@@ -122,7 +123,7 @@ struct MigrateService::Impl {
     bool PauseUnlessStopping(int32_t ms);
 
     MigrateServiceOptions options;
-    PathGuard guard;
+    std::unique_ptr<PathGuard> guard;
     FaultPlan faults;
     RequestJournal journal;
 
@@ -225,7 +226,7 @@ bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
         entry.note = "injected failure";
     } else {
         Verdict verdict;
-        reply = RequestHandler(guard).Handle(entry.request, verdict);
+        reply = RequestHandler(*guard).Handle(entry.request, verdict);
         entry.outcome = verdict.refused ? JournalOutcome::REFUSED : JournalOutcome::SERVED;
         entry.note = std::move(verdict.note);
         if (fault) {
@@ -255,15 +256,17 @@ bool MigrateService::Start(std::string &error) {
         error = "the migrate service is already started";
         return false;
     }
-    if (!s.guard.Valid()) {
+    if (!s.guard->Valid()) {
         error = "every allowed root must be an absolute path without \"..\"";
         return false;
     }
-    for (const std::string &root : s.guard.Roots()) {
+    for (const std::string &root : s.guard->Roots()) {
         if (!MakeDirectories(root, error)) {
             return false;
         }
     }
+    // Links in the roots' own paths are resolved once here; requests may then contain none.
+    s.guard = std::make_unique<PathGuard>(PathGuard::CanonicalRoots(s.guard->Roots()));
     if (!s.options.journalPath.empty() && !s.journal.OpenFile(s.options.journalPath, error)) {
         return false;
     }

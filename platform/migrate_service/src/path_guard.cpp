@@ -1,9 +1,13 @@
 #include "path_guard.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 namespace Zarvo::Host {
 
@@ -20,6 +24,22 @@ int OpenDirNoFollow(int dirFd, const std::string &name, int flags) {
     return fd;
 }
 
+namespace {
+// Opens a directory in one step, failing rather than following any symbolic link on the way.
+// -1 with errno ENOSYS where the kernel lacks the call.
+int OpenDirWithoutLinks(const std::string &path) {
+#ifdef SYS_openat2
+    struct open_how how {};
+    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how)));
+#else
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+}  // namespace
+
 PathGuard::PathGuard(std::vector<std::string> roots) {
     for (const std::string &root : roots) {
         std::vector<std::string> components;
@@ -33,6 +53,16 @@ PathGuard::PathGuard(std::vector<std::string> roots) {
     if (roots_.empty()) {
         valid_ = false;
     }
+}
+
+std::vector<std::string> PathGuard::CanonicalRoots(const std::vector<std::string> &roots) {
+    std::vector<std::string> canonical;
+    for (const std::string &root : roots) {
+        char *resolved = realpath(root.c_str(), nullptr);
+        canonical.push_back(resolved != nullptr ? resolved : root);
+        free(resolved);
+    }
+    return canonical;
 }
 
 bool PathGuard::Normalise(const std::string &path, std::vector<std::string> &components) {
@@ -110,13 +140,24 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
         reason = "path is outside the allowed roots";
         return EACCES;
     }
+    out.path = Join(components, components.size());
+    if (!makeParents && components.size() > root->size()) {
+        // The whole path below the root is text-checked, so a resolution that meets no link at
+        // all stays inside the root. Any failure takes the walk below, which says where it failed.
+        UniqueFd parent(OpenDirWithoutLinks(Join(components, components.size() - 1)));
+        if (parent.Valid()) {
+            out.dir = std::move(parent);
+            out.name = components.back();
+            out.isRoot = false;
+            return 0;
+        }
+    }
     UniqueFd dir(open(roots_[rootIndex].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!dir.Valid()) {
         int err = errno;
         reason = "allowed root cannot be opened";
         return err;
     }
-    out.path = Join(components, components.size());
     if (components.size() == root->size()) {
         out.dir = std::move(dir);
         out.name = ".";

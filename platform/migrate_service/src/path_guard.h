@@ -21,10 +21,10 @@ struct GuardedPath {
 };
 
 // Confines every path to a fixed set of directory trees. Paths are checked by text first (absolute,
-// no ".." component, below a root) and then opened one component at a time from the root, so a
-// symbolic link anywhere before the final component, or a directory swapped for one, cannot lead
+// no ".." component, below a root) and then opened without following any symbolic link, so a
+// link anywhere before the final component, or a directory swapped for one, cannot lead
 // elsewhere. The final component is never followed by the guard; operations decide what to do
-// with a final link.
+// with a final link. Roots must be given without links in them (see CanonicalRoots).
 class PathGuard {
 public:
     explicit PathGuard(std::vector<std::string> roots);
@@ -39,6 +39,8 @@ public:
     int ResolveMakingParents(const std::string &path, mode_t parentMode, GuardedPath &out,
                              std::string &reason) const;
 
+    // The roots with every link in them resolved; roots that do not exist are kept as given.
+    static std::vector<std::string> CanonicalRoots(const std::vector<std::string> &roots);
     // Splits an absolute path into components; false for a relative path or a ".." component.
     static bool Normalise(const std::string &path, std::vector<std::string> &components);
     static std::string Join(const std::vector<std::string> &components, size_t count);

@@ -1,0 +1,182 @@
+// One request round trip against the real migrate service, next to a bare local-socket
+// ping-pong of the same sizes (2,388 bytes out, 12 back) served the same way: a thread
+// per connection doing blocking reads and writes. Must run inside the sandbox (/data, /dev/unix).
+#include <benchmark/benchmark.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "migrate_service/migrate_service.h"
+
+namespace {
+
+constexpr size_t REQUEST_LENGTH = 2388;
+constexpr size_t REPLY_LENGTH = 12;
+const std::string FILE_PATH =
+    "/data/service/el1/public/update/migrate_server/plugins/200/back/100/account_manager_db.json";
+
+bool ReadFull(int fd, char *buf, size_t length) {
+    size_t got = 0;
+    while (got < length) {
+        ssize_t n = read(fd, buf + got, length - got);
+        if (n <= 0) {
+            return false;
+        }
+        got += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+int Connect(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+std::string ExistRequest() {
+    std::string request(REQUEST_LENGTH, '\0');
+    int32_t type = 0;  // IS_FILE_EXIST
+    std::memcpy(&request[0], &type, sizeof(type));
+    request.replace(4, FILE_PATH.size(), FILE_PATH);
+    return request;
+}
+
+void RoundTrips(benchmark::State &state, int fd, const std::string &request) {
+    char reply[REPLY_LENGTH];
+    for (auto _ : state) {
+        if (write(fd, request.data(), request.size()) != static_cast<ssize_t>(request.size()) ||
+            !ReadFull(fd, reply, sizeof(reply))) {
+            state.SkipWithError("exchange failed");
+            break;
+        }
+        benchmark::DoNotOptimize(reply);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * (REQUEST_LENGTH + REPLY_LENGTH));
+}
+
+void ServiceRoundTrip(benchmark::State &state, bool journalFile) {
+    std::filesystem::create_directories(std::filesystem::path(FILE_PATH).parent_path());
+    std::ofstream(FILE_PATH) << "{}";
+    Zarvo::Host::MigrateServiceOptions options;
+    if (journalFile) {
+        options.journalPath = "/data/bench-journal.jsonl";
+    }
+    Zarvo::Host::MigrateService service(options);
+    std::string error;
+    if (!service.Start(error)) {
+        state.SkipWithError(error.c_str());
+        return;
+    }
+    int fd = Connect(options.socketPath);
+    RoundTrips(state, fd, ExistRequest());
+    close(fd);
+    service.Stop();
+}
+
+void BM_ServiceRoundTrip(benchmark::State &state) {
+    ServiceRoundTrip(state, false);
+}
+
+void BM_ServiceRoundTripJournalFile(benchmark::State &state) {
+    ServiceRoundTrip(state, true);
+}
+
+void BM_RawPingPong(benchmark::State &state) {
+    const std::string path = "/dev/unix/bench_ping_pong";
+    unlink(path.c_str());
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    int listenFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listenFd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 ||
+        listen(listenFd, 1) != 0) {
+        state.SkipWithError("cannot listen");
+        return;
+    }
+    std::thread server([listenFd] {
+        int fd = accept(listenFd, nullptr, nullptr);
+        char request[REQUEST_LENGTH];
+        char reply[REPLY_LENGTH] = {};
+        while (ReadFull(fd, request, sizeof(request))) {
+            if (write(fd, reply, sizeof(reply)) != static_cast<ssize_t>(sizeof(reply))) {
+                break;
+            }
+        }
+        close(fd);
+    });
+    int fd = Connect(path);
+    RoundTrips(state, fd, ExistRequest());
+    close(fd);
+    server.join();
+    close(listenFd);
+    unlink(path.c_str());
+}
+
+BENCHMARK(BM_RawPingPong)->UseRealTime();
+BENCHMARK(BM_ServiceRoundTrip)->UseRealTime();
+BENCHMARK(BM_ServiceRoundTripJournalFile)->UseRealTime();
+
+// Prints the console report and then how the service compares with the bare ping-pong.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run &run : runs) {
+            if (!run.error_occurred && run.run_type == Run::RT_Iteration) {
+                times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+            }
+        }
+    }
+
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        auto raw = times_.find("BM_RawPingPong");
+        if (raw == times_.end() || raw->second <= 0) {
+            return;
+        }
+        for (const char *name : {"BM_ServiceRoundTrip", "BM_ServiceRoundTripJournalFile"}) {
+            auto it = times_.find(name);
+            if (it != times_.end()) {
+                std::printf("%s / BM_RawPingPong = %.2f\n", name, it->second / raw->second);
+            }
+        }
+    }
+
+private:
+    std::map<std::string, double> times_;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (std::getenv("ZARVO_SANDBOX") == nullptr) {
+        std::fprintf(stderr,
+                     "migrate_round_trip_bench: run it inside the sandbox, e.g. scripts/sandbox-exec %s.\n",
+                     argv[0]);
+        return 1;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}
