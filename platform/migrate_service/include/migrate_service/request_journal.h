@@ -42,7 +42,7 @@ std::string JournalEntryToJson(const JournalEntry &entry);
 // file of JSON lines when one is given.
 class RequestJournal {
 public:
-    static constexpr size_t MEMORY_LIMIT = 100000;
+    static constexpr size_t MEMORY_LIMIT = 10000;
 
     RequestJournal() = default;
     ~RequestJournal();
