@@ -100,27 +100,4 @@ TEST_F(CredentialCleanUpTest, PlugInClientMakesOneRequestAndLogsTheAnswer) {
                                                 }));
 }
 
-TEST(AttributesTest, ValuesAreTypedPerKey) {
-    Attributes attributes;
-    attributes.SetInt32Value(Attributes::ATTR_RESULT_CODE, -3);
-    attributes.SetStringValue(Attributes::ATTR_SIGNATURE, "sig");
-    attributes.SetUint64Value(Attributes::ATTR_OLD_CREDENTIAL_ID, 1ULL << 40);
-    int32_t code = 0;
-    uint32_t wrongType = 7;
-    std::string text;
-    uint64_t credentialId = 0;
-    EXPECT_TRUE(attributes.GetInt32Value(Attributes::ATTR_RESULT_CODE, code));
-    EXPECT_EQ(code, -3);
-    EXPECT_FALSE(attributes.GetUint32Value(Attributes::ATTR_RESULT_CODE, wrongType));
-    EXPECT_EQ(wrongType, 7u);
-    EXPECT_TRUE(attributes.GetStringValue(Attributes::ATTR_SIGNATURE, text));
-    EXPECT_EQ(text, "sig");
-    EXPECT_TRUE(attributes.GetUint64Value(Attributes::ATTR_OLD_CREDENTIAL_ID, credentialId));
-    EXPECT_EQ(credentialId, 1ULL << 40);
-    EXPECT_FALSE(attributes.GetInt32Value(Attributes::ATTR_USER_ID, code));
-    EXPECT_EQ(attributes.GetKeys(),
-              (std::vector<Attributes::AttributeKey>{Attributes::ATTR_RESULT_CODE, Attributes::ATTR_SIGNATURE,
-                                                     Attributes::ATTR_OLD_CREDENTIAL_ID}));
-}
-
 }  // namespace

@@ -113,20 +113,6 @@ TEST_F(UserRestoreFlowTest, OwnerWithoutAdminFlagsIsSkippedAsSuccess) {
     EXPECT_EQ(Zarvo::Host::CallCount("UpdateOsAccountWithFullInfo"), 0);
 }
 
-TEST_F(UserRestoreFlowTest, SecondaryFlagsDecideCreationAndType) {
-    AndroidUsers users;
-    users.users = {Secondary(10, 0x430, "disabled"), Secondary(11, 0x2000430, "vendor private"),
-                   Secondary(12, 0x400, "never started")};
-    LaySourceUsers(users);
-    EXPECT_TRUE(Restore());
-    EXPECT_EQ(AccountIds(), (std::vector<int>{100, 102, 103}));
-    auto accounts = Zarvo::Host::OsAccounts();
-    EXPECT_EQ(FindAccount(accounts, 102)->GetType(), OsAccountType::PRIVATE);
-    EXPECT_EQ(FindAccount(accounts, 102)->GetLocalName(), "vendor private");
-    EXPECT_EQ(FindAccount(accounts, 103)->GetType(), OsAccountType::NORMAL);
-    EXPECT_EQ(CountPluginLines("RestoreSubUserInfo current user (10) not need restore."), 1u);
-}
-
 TEST_F(UserRestoreFlowTest, EmptyUserListIsSuccessWithCleanUp) {
     LaySourceUsers(AndroidUsers{});
     EXPECT_TRUE(Restore());
