@@ -15,6 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <set>
+#include <system_error>
 #include <thread>
 
 #include "path_guard.h"
@@ -164,8 +165,14 @@ void MigrateService::Impl::AcceptLoop() {
             continue;
         }
         uint64_t id = nextConnection++;
-        connections.insert(client.Get());
-        std::thread(&Impl::ServeConnection, this, std::move(client), id).detach();
+        int fd = client.Get();
+        connections.insert(fd);
+        try {
+            std::thread(&Impl::ServeConnection, this, std::move(client), id).detach();
+        } catch (const std::system_error &) {
+            // No thread to serve it: the connection is closed like one over the limit.
+            connections.erase(fd);
+        }
     }
 }
 
