@@ -68,13 +68,4 @@ TEST(ProtocolTest, PathListPackingFillsPackagesAndKeepsEntriesWhole) {
     EXPECT_FALSE(PackPathList({std::string(4088, 'l')}, texts));
 }
 
-TEST(ProtocolTest, OperationNamesRoundTrip) {
-    for (int32_t type = 0; type < MIGRATE_OP_COUNT; ++type) {
-        EXPECT_EQ(MigrateOpFromName(MigrateOpName(type)), type);
-    }
-    EXPECT_EQ(MigrateOpName(17), "UNKNOWN");
-    EXPECT_EQ(MigrateOpName(-1), "UNKNOWN");
-    EXPECT_FALSE(MigrateOpFromName("UNKNOWN").has_value());
-}
-
 }  // namespace
