@@ -2,11 +2,13 @@
 // ping-pong of the same sizes (2,388 bytes out, 12 back) served the same way: a thread
 // per connection doing blocking reads and writes. Must run inside the sandbox (/data, /dev/unix).
 #include <benchmark/benchmark.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +17,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "migrate_service/migrate_service.h"
 
@@ -138,28 +141,43 @@ public:
     void ReportRuns(const std::vector<Run> &runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs) {
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration) {
-                times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+            if (run.error_occurred) {
+                continue;
+            }
+            if (run.run_type == Run::RT_Iteration) {
+                times_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+            } else if (run.aggregate_name == "median") {
+                medians_[run.run_name.function_name] = run.GetAdjustedRealTime();
             }
         }
     }
 
     void Finalize() override {
         ConsoleReporter::Finalize();
-        auto raw = times_.find("BM_RawPingPong");
-        if (raw == times_.end() || raw->second <= 0) {
+        double raw = Median("BM_RawPingPong");
+        if (raw <= 0) {
             return;
         }
         for (const char *name : {"BM_ServiceRoundTrip", "BM_ServiceRoundTripJournalFile"}) {
-            auto it = times_.find(name);
-            if (it != times_.end()) {
-                std::printf("%s / BM_RawPingPong = %.2f\n", name, it->second / raw->second);
+            double time = Median(name);
+            if (time > 0) {
+                std::printf("%s / BM_RawPingPong = %.2f\n", name, time / raw);
             }
         }
     }
 
 private:
-    std::map<std::string, double> times_;
+    double Median(const std::string &name) {
+        std::vector<double> &times = times_[name];
+        if (times.empty()) {
+            return 0;
+        }
+        std::sort(times.begin(), times.end());
+        return times[times.size() / 2];
+    }
+
+    std::map<std::string, std::vector<double>> times_;
+    std::map<std::string, double> medians_;
 };
 
 }  // namespace
@@ -170,6 +188,20 @@ int main(int argc, char **argv) {
                      "migrate_round_trip_bench: run it inside the sandbox, e.g. scripts/sandbox-exec %s.\n",
                      argv[0]);
         return 1;
+    }
+    // Client and server threads of both benchmarks share one CPU, so that they hand over to each
+    // other the same way in each and the comparison does not depend on where the scheduler puts them.
+    cpu_set_t allowed;
+    if (sched_getaffinity(0, sizeof(allowed), &allowed) == 0) {
+        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+            if (CPU_ISSET(cpu, &allowed)) {
+                cpu_set_t one;
+                CPU_ZERO(&one);
+                CPU_SET(cpu, &one);
+                sched_setaffinity(0, sizeof(one), &one);
+                break;
+            }
+        }
     }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -25,15 +25,16 @@ int OpenDirNoFollow(int dirFd, const std::string &name, int flags) {
 }
 
 namespace {
-// Opens a directory in one step, failing rather than following any symbolic link on the way.
-// -1 with errno ENOSYS where the kernel lacks the call.
-int OpenDirWithoutLinks(const std::string &path) {
+// Opens a path in one step, failing rather than following any symbolic link on the way (with
+// O_NOFOLLOW a final link is opened as itself). -1 with errno ENOSYS where the kernel lacks the call.
+int OpenWithoutLinks(const std::string &path, int flags) {
 #ifdef SYS_openat2
     struct open_how how {};
-    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    how.flags = static_cast<uint64_t>(flags);
     how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
     return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how)));
 #else
+    (void)flags;
     errno = ENOSYS;
     return -1;
 #endif
@@ -109,9 +110,8 @@ int PathGuard::ResolveMakingParents(const std::string &path, mode_t parentMode, 
     return ResolveImpl(path, true, parentMode, out, reason);
 }
 
-int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
-                           std::string &reason) const {
-    std::vector<std::string> components;
+int PathGuard::CheckText(const std::string &path, std::vector<std::string> &components, size_t &rootIndex,
+                         std::string &reason) const {
     if (path.empty() || path[0] != '/') {
         reason = "path is not absolute";
         return EINVAL;
@@ -121,7 +121,6 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
         return EACCES;
     }
     const std::vector<std::string> *root = nullptr;
-    size_t rootIndex = 0;
     for (size_t i = 0; i < rootComponents_.size(); ++i) {
         const std::vector<std::string> &candidate = rootComponents_[i];
         if (candidate.size() > components.size() || (root != nullptr && candidate.size() <= root->size())) {
@@ -140,11 +139,50 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
         reason = "path is outside the allowed roots";
         return EACCES;
     }
+    return 0;
+}
+
+int PathGuard::OpenTarget(const std::string &path, bool directory, UniqueFd &fd, std::string &reason) const {
+    std::vector<std::string> components;
+    size_t rootIndex = 0;
+    int err = CheckText(path, components, rootIndex, reason);
+    if (err != 0) {
+        return err;
+    }
+    int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC | (directory ? O_DIRECTORY : 0);
+    fd.Reset(OpenWithoutLinks(Join(components, components.size()), flags));
+    if (fd.Valid()) {
+        return 0;
+    }
+    err = errno;
+    if (err == ENOENT || err == ENOTDIR) {
+        return err;
+    }
+    // A link on the way, or no single-call open: the walk decides, and says why.
+    GuardedPath target;
+    err = Resolve(path, target, reason);
+    if (err != 0) {
+        return err;
+    }
+    fd.Reset(openat(target.dir.Get(), target.name.c_str(), flags));
+    return fd.Valid() ? 0 : errno;
+}
+
+int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
+                           std::string &reason) const {
+    std::vector<std::string> components;
+    size_t rootIndex = 0;
+    int checked = CheckText(path, components, rootIndex, reason);
+    if (checked != 0) {
+        return checked;
+    }
+    const std::vector<std::string> *root = &rootComponents_[rootIndex];
     out.path = Join(components, components.size());
     if (!makeParents && components.size() > root->size()) {
         // The whole path below the root is text-checked, so a resolution that meets no link at
         // all stays inside the root. Any failure takes the walk below, which says where it failed.
-        UniqueFd parent(OpenDirWithoutLinks(Join(components, components.size() - 1)));
+        UniqueFd parent(
+            OpenWithoutLinks(Join(components, components.size() - 1), O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (parent.Valid()) {
             out.dir = std::move(parent);
             out.name = components.back();

@@ -41,11 +41,17 @@ public:
 
     // The roots with every link in them resolved; roots that do not exist are kept as given.
     static std::vector<std::string> CanonicalRoots(const std::vector<std::string> &roots);
+    // Opens the path's final component itself (a link as a link) as an O_PATH handle, refused
+    // like Resolve; with `directory`, anything but a directory fails with ENOTDIR.
+    int OpenTarget(const std::string &path, bool directory, UniqueFd &fd, std::string &reason) const;
+
     // Splits an absolute path into components; false for a relative path or a ".." component.
     static bool Normalise(const std::string &path, std::vector<std::string> &components);
     static std::string Join(const std::vector<std::string> &components, size_t count);
 
 private:
+    int CheckText(const std::string &path, std::vector<std::string> &components, size_t &rootIndex,
+                  std::string &reason) const;
     int ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
                     std::string &reason) const;
 

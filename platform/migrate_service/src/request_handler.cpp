@@ -135,25 +135,14 @@ MigrateReply RequestHandler::Handle(const MigrateRequest &request, Verdict &verd
 }
 
 MigrateReply RequestHandler::IsFileExist(const MigrateRequest &request, Verdict &verdict) const {
-    GuardedPath target;
-    int err = guard_.Resolve(request.src, target, verdict.note);
-    struct stat st {};
-    if (err == 0) {
-        err = FileOps::Lstat(target.dir.Get(), target.name, st);
-    }
+    UniqueFd target;
+    int err = guard_.OpenTarget(request.src, false, target, verdict.note);
     return err == 0 ? Success() : GuardFailure(err, verdict);
 }
 
 MigrateReply RequestHandler::IsDir(const MigrateRequest &request, Verdict &verdict) const {
-    GuardedPath target;
-    int err = guard_.Resolve(request.src, target, verdict.note);
-    struct stat st {};
-    if (err == 0) {
-        err = FileOps::Lstat(target.dir.Get(), target.name, st);
-    }
-    if (err == 0 && !S_ISDIR(st.st_mode)) {
-        err = ENOTDIR;
-    }
+    UniqueFd target;
+    int err = guard_.OpenTarget(request.src, true, target, verdict.note);
     return err == 0 ? Success() : GuardFailure(err, verdict);
 }
 
