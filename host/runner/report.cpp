@@ -48,32 +48,21 @@ const char *LevelName(int level) {
     }
 }
 
-nlohmann::json ParamValue(const HiviewDFX::HiSysEventParam &param) {
-    using Type = HiviewDFX::HiSysEventParam::Type;
-    switch (param.type) {
-        case Type::BOOL:
-            return param.boolValue;
-        case Type::INT32:
-        case Type::INT64:
-            return param.intValue;
-        case Type::UINT32:
-        case Type::UINT64:
-            return param.uintValue;
-        case Type::DOUBLE:
-            return param.doubleValue;
-        default:
-            return param.stringValue;
+// An event's parameters as one object of name to value, in the event log's rendering.
+nlohmann::json EventParams(const EventRecord &event) {
+    nlohmann::json params = nlohmann::json::object();
+    for (const auto &param : nlohmann::json::parse(EventToJson(event))["params"]) {
+        params[param["name"].get<std::string>()] = param["value"];
     }
+    return params;
 }
 
 std::string EventParam(const EventRecord &event, const std::string &name) {
-    for (const auto &param : event.params) {
-        if (param.name == name) {
-            nlohmann::json value = ParamValue(param);
-            return value.is_string() ? value.get<std::string>() : value.dump();
-        }
+    nlohmann::json params = EventParams(event);
+    if (!params.contains(name)) {
+        return "";
     }
-    return "";
+    return params[name].is_string() ? params[name].get<std::string>() : params[name].dump();
 }
 
 // The account carried over, as the handed-over export file names it.
@@ -207,12 +196,10 @@ nlohmann::json ReportToJson(const RunReport &report) {
     }
     nlohmann::json events = nlohmann::json::array();
     for (const auto &event : report.events) {
-        nlohmann::json params = nlohmann::json::object();
-        for (const auto &param : event.params) {
-            params[param.name] = ParamValue(param);
-        }
-        events.push_back(
-            {{"domain", event.domain}, {"name", event.name}, {"type", event.type}, {"params", params}});
+        events.push_back({{"domain", event.domain},
+                          {"name", event.name},
+                          {"type", event.type},
+                          {"params", EventParams(event)}});
     }
     nlohmann::json files = nlohmann::json::array();
     for (const auto &file : report.handedFiles) {
