@@ -208,7 +208,9 @@ int main(int argc, char *argv[]) {
         if (std::getenv(START_TIME_VARIABLE) == nullptr) {
             setenv(START_TIME_VARIABLE, std::to_string(NowNs()).c_str(), 1);
         }
-        return Fail(ReexecInSandbox(argc, argv));
+        std::string error;
+        int status = RunInSandbox(argc, argv, error);
+        return status >= 0 ? status : Fail(error);
     }
     const char *start = std::getenv(START_TIME_VARIABLE);
     int64_t startNs = start != nullptr ? std::strtoll(start, nullptr, 10) : NowNs();

@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,24 +13,7 @@ namespace Zarvo::Host {
 namespace {
 
 constexpr char SANDBOX_MARK[] = "ZARVO_SANDBOX";
-
-bool CanRun(const char *program) {
-    const char *path = std::getenv("PATH");
-    std::string dirs = path != nullptr ? path : "/usr/bin:/bin";
-    size_t start = 0;
-    while (start <= dirs.size()) {
-        size_t end = dirs.find(':', start);
-        std::string dir = dirs.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (access((dir + "/" + program).c_str(), X_OK) == 0) {
-            return true;
-        }
-        if (end == std::string::npos) {
-            break;
-        }
-        start = end + 1;
-    }
-    return false;
-}
+constexpr int EXEC_FAILED = 127;
 
 }  // namespace
 
@@ -38,33 +22,77 @@ bool InSandbox() {
     return mark != nullptr && std::strcmp(mark, "1") == 0;
 }
 
-std::string ReexecInSandbox(int argc, char *argv[]) {
-    if (!CanRun("bwrap")) {
-        return "bubblewrap (bwrap) is needed to give the restore a private /data; install the bubblewrap "
-               "package "
-               "or run with --no-sandbox where /data and /dev/unix are already prepared.";
-    }
-    if (std::system("bwrap --dev-bind / / true >/dev/null 2>&1") != 0) {
-        return "bwrap cannot create a mount namespace here; run as root or enable unprivileged user "
-               "namespaces.";
-    }
+int RunInSandbox(int argc, char *argv[], std::string &error) {
     char self[PATH_MAX] = {};
     if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) {
-        return "could not find this program's own path to run it in the sandbox.";
+        error = "could not find this program's own path to run it in the sandbox.";
+        return -1;
     }
-    std::vector<std::string> args = {
-        "bwrap",     "--dev-bind",        "/",        "/",          "--tmpfs", "/data", "--tmpfs",
-        "/dev/unix", "--die-with-parent", "--setenv", SANDBOX_MARK, "1",       "--",    self};
+    // bwrap writes to the info descriptor once the namespace stands; silence means it failed.
+    int info[2];
+    if (pipe(info) != 0) {
+        error = std::string("could not make a pipe for the sandbox: ") + std::strerror(errno) + ".";
+        return -1;
+    }
+    std::vector<std::string> args = {"bwrap",
+                                     "--dev-bind",
+                                     "/",
+                                     "/",
+                                     "--tmpfs",
+                                     "/data",
+                                     "--tmpfs",
+                                     "/dev/unix",
+                                     "--die-with-parent",
+                                     "--info-fd",
+                                     std::to_string(info[1]),
+                                     "--setenv",
+                                     SANDBOX_MARK,
+                                     "1",
+                                     "--",
+                                     self};
     for (int i = 1; i < argc; ++i) {
         args.emplace_back(argv[i]);
     }
-    std::vector<char *> raw;
-    for (auto &arg : args) {
-        raw.push_back(arg.data());
+    pid_t child = fork();
+    if (child < 0) {
+        error = std::string("could not start the sandbox: ") + std::strerror(errno) + ".";
+        return -1;
     }
-    raw.push_back(nullptr);
-    execvp("bwrap", raw.data());
-    return std::string("could not start bwrap: ") + std::strerror(errno) + ".";
+    if (child == 0) {
+        close(info[0]);
+        std::vector<char *> raw;
+        for (auto &arg : args) {
+            raw.push_back(arg.data());
+        }
+        raw.push_back(nullptr);
+        execvp("bwrap", raw.data());
+        _exit(EXEC_FAILED);
+    }
+    close(info[1]);
+    // Read the whole message: bwrap dies of SIGPIPE if the reader goes away early.
+    size_t received = 0;
+    char buffer[256];
+    for (ssize_t got; (got = read(info[0], buffer, sizeof(buffer))) != 0;) {
+        if (got < 0 && errno != EINTR) {
+            break;
+        }
+        received += got > 0 ? static_cast<size_t>(got) : 0;
+    }
+    close(info[0]);
+
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (received == 0) {
+        error =
+            WIFEXITED(status) && WEXITSTATUS(status) == EXEC_FAILED
+                ? "bubblewrap (bwrap) is needed to give the restore a private /data; install the bubblewrap "
+                  "package, or run with --no-sandbox where /data and /dev/unix are already prepared."
+                : "bwrap could not create a mount namespace here; run as root or enable unprivileged user "
+                  "namespaces.";
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 }  // namespace Zarvo::Host

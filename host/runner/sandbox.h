@@ -8,9 +8,10 @@ namespace Zarvo::Host {
 // True when this process already runs in a namespace whose /data and /dev/unix are private.
 bool InSandbox();
 
-// Replaces this process with itself run under bubblewrap, with fresh tmpfs mounts on /data and
-// /dev/unix. Returns only on failure, with a sentence saying what is missing.
-std::string ReexecInSandbox(int argc, char *argv[]);
+// Runs this program again under bubblewrap, with fresh tmpfs mounts on /data and /dev/unix, and
+// waits for it. Returns its exit status, or -1 with one sentence in `error` when the sandbox could
+// not be made.
+int RunInSandbox(int argc, char *argv[], std::string &error);
 
 }  // namespace Zarvo::Host
 
