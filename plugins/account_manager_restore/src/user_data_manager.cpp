@@ -163,8 +163,12 @@ AccountSA::OsAccountType UserDataManager::GetZarvoAccountType(const OSUserDataIn
 
 void UserDataManager::ConvertToZarvoUserInfo(const OSUserDataInfo &osUserInfo,
                                              ZarvoUserDataInfo &zarvoUserInfo) {
-    zarvoUserInfo.localId =
-        osUserInfo.id == SOURCE_ADMIN_ID ? ADMIN_LOCAL_ID : osUserInfo.id + LOCAL_ID_OFFSET;
+    // Unsigned addition: an id near the top of the range wraps to a negative local id, which the
+    // account manager refuses, instead of overflowing.
+    zarvoUserInfo.localId = osUserInfo.id == SOURCE_ADMIN_ID
+                                ? ADMIN_LOCAL_ID
+                                : static_cast<int32_t>(static_cast<uint32_t>(osUserInfo.id) +
+                                                       static_cast<uint32_t>(LOCAL_ID_OFFSET));
     zarvoUserInfo.localName = osUserInfo.name;
     zarvoUserInfo.createTime = osUserInfo.created;
     zarvoUserInfo.serialNumber = static_cast<int64_t>(zarvoUserInfo.localId);
