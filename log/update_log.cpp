@@ -103,10 +103,14 @@ void UpdateLog::PrintLongLog(const uint32_t subModuleIndex, const UpdateLogConte
 
 void UpdateLog::PrintLog(const uint32_t subModuleIndex, const UpdateLogContent &logContent) {
     const int32_t length = static_cast<int32_t>(logContent.args.size());
-    for (int32_t pos = 0; pos < length; pos += MAX_LOG_PIECE_LENGTH) {
+    // Advancing by the length taken keeps the position within [0, length]: no signed overflow
+    // for values near the 32-bit limit.
+    for (int32_t pos = 0; pos < length;) {
+        const int32_t taken = std::min(length - pos, MAX_LOG_PIECE_LENGTH);
         UpdateLogContent piece = logContent;
-        piece.args = logContent.args.substr(pos, std::min(length - pos, MAX_LOG_PIECE_LENGTH));
+        piece.args = logContent.args.substr(pos, taken);
         PrintSingleLine(subModuleIndex, piece);
+        pos += taken;
     }
 }
 
