@@ -99,8 +99,10 @@ bool AccountDataManager::CheckDbFileExist() {
     if (access(sourceDbPath_.c_str(), F_OK) == 0) {
         return true;
     }
-    PLUGIN_LOGE("CheckDbFileExist file is not exist errno is %{public}d, sourceDbPath_ is %{public}s", errno,
-                sourceDbPath_.c_str());
+    // Taken before the log call, whose arguments may allocate and so touch errno.
+    const int accessErrno = errno;
+    PLUGIN_LOGE("CheckDbFileExist file is not exist errno is %{public}d, sourceDbPath_ is %{public}s",
+                accessErrno, sourceDbPath_.c_str());
     return false;
 }
 

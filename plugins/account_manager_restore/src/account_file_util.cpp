@@ -31,7 +31,9 @@ bool AccountFileUtil::CheckFileExist(const std::string &fileName) {
     if (access(fileName.c_str(), F_OK) == 0) {
         return true;
     }
-    PLUGIN_LOGE("CheckFileExist file is not exist errno is %{public}d, fileName is %{public}s", errno,
+    // Taken before the log call, whose arguments may allocate and so touch errno.
+    const int accessErrno = errno;
+    PLUGIN_LOGE("CheckFileExist file is not exist errno is %{public}d, fileName is %{public}s", accessErrno,
                 fileName.c_str());
     return false;
 }
