@@ -1,5 +1,7 @@
 #include "restore_plugin.h"
 
+#include <exception>
+
 #include "account_data_manager.h"
 #include "account_file_util.h"
 #include "update_log.h"
@@ -28,5 +30,17 @@ bool RestorePlugin::RestoreData() {
 }  // namespace Zarvo
 
 extern "C" bool RestoreData() {
-    return Zarvo::UpdateEngine::RestorePlugin::RestoreData();
+    // The restore reports its failures as results; what can still raise is the standard library
+    // running out of memory. The migrate server gets false instead of an exception it cannot handle.
+    // Only std::exception is caught, so a thread cancellation still unwinds as it must.
+    try {
+        return Zarvo::UpdateEngine::RestorePlugin::RestoreData();
+    } catch (const std::exception &e) {
+        try {
+            PLUGIN_LOGE("RestoreData failed, %{public}s", e.what());
+        } catch (const std::exception &) {
+            // Logging needs memory too; the false result still reaches the caller.
+        }
+    }
+    return false;
 }
