@@ -5,20 +5,12 @@
 
 #include "captured_log.h"
 #include "migrate_service/migrate_service.h"
-#include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
-#include "user_data_manager.h"
 #include "user_restore_support.h"
 
-using namespace Zarvo::UpdateEngine;
 using namespace Zarvo::Testing;
 using namespace Zarvo::Fixtures;
-using namespace std::chrono_literals;
-using Zarvo::AccountSA::OsAccountType;
-using Zarvo::Host::FaultAction;
-using Zarvo::Host::FaultRule;
-using Zarvo::Host::JournalOutcome;
-using Zarvo::Host::MigrateOp;
+using namespace Zarvo::Host;
 
 namespace {
 
@@ -33,8 +25,8 @@ protected:
     }
     void TearDown() override { service_.Stop(); }
 
-    std::vector<Zarvo::Host::JournalEntry> PrepareDirRequests() {
-        std::vector<Zarvo::Host::JournalEntry> entries;
+    std::vector<JournalEntry> PrepareDirRequests() {
+        std::vector<JournalEntry> entries;
         for (const auto &entry : service_.Journal().Entries()) {
             if (entry.request.type == static_cast<int32_t>(MigrateOp::PREPARE_DIR)) {
                 entries.push_back(entry);
@@ -43,97 +35,73 @@ protected:
         return entries;
     }
 
-    Zarvo::Host::MigrateService service_;
+    MigrateService service_;
 };
 
 TEST_F(UserRestoreEndToEndTest, SamplePhoneIsRestoredThroughRealServices) {
-    AndroidUsers phone = SamplePhoneUsers();
-    LaySourceUsers(phone);
-    UserDataManager manager;
-    EXPECT_TRUE(manager.DoRestoreData());
-    ASSERT_TRUE(Zarvo::Host::WaitForCredentialAnswers(1, 5s));
+    LaySourceUsers(SamplePhoneUsers());
+    EXPECT_TRUE(RestoreUsers());
 
     auto prepared = PrepareDirRequests();
     ASSERT_EQ(prepared.size(), 1u) << "the conversion directory is made once, for the user list";
     EXPECT_EQ(prepared[0].outcome, JournalOutcome::SERVED);
     EXPECT_EQ(prepared[0].result, 0);
-    EXPECT_EQ(prepared[0].request.src, CONVERT_XML_DIR);
-    EXPECT_EQ(prepared[0].request.dst, CONVERT_XML_DIR);
-    EXPECT_EQ(prepared[0].request.uid, "migrate_server");
-    EXPECT_EQ(prepared[0].request.gid, "migrate_server");
-    EXPECT_EQ(prepared[0].request.perm, "0700");
-    EXPECT_EQ(prepared[0].request.recurseOpt, 2);
+    const auto &request = prepared[0].request;
+    EXPECT_EQ(request.src + " " + request.dst + " " + request.uid + " " + request.gid + " " + request.perm,
+              CONVERT_XML_DIR + " " + CONVERT_XML_DIR + " migrate_server migrate_server 0700");
+    EXPECT_EQ(request.recurseOpt, 2);
     struct stat info {};
     ASSERT_EQ(stat(CONVERT_XML_DIR.c_str(), &info), 0);
-    EXPECT_TRUE(S_ISDIR(info.st_mode));
-    EXPECT_EQ(info.st_mode & 07777, 0700u);
+    EXPECT_EQ(info.st_mode & (S_IFMT | 07777), S_IFDIR | 0700u);
     for (const std::string name : {"userlist.xml", "0.xml", "10.xml", "11.xml", "12.xml"}) {
         EXPECT_TRUE(std::filesystem::is_regular_file(CONVERT_XML_DIR + name)) << name;
     }
 
-    auto accounts = Zarvo::Host::OsAccounts();
-    ASSERT_EQ(accounts.size(), 2u);
-    EXPECT_EQ(accounts[0].GetLocalId(), 100);
-    EXPECT_EQ(accounts[0].GetType(), OsAccountType::ADMIN);
-    EXPECT_TRUE(accounts[0].GetIsActived());
-    EXPECT_EQ(accounts[1].GetLocalId(), 101);
-    EXPECT_EQ(accounts[1].GetLocalName(), *phone.users[1].name);
-    EXPECT_EQ(accounts[1].GetPhoto().rfind("data:image/png;base64,iVBORw0KGgo", 0), 0u);
+    EXPECT_EQ(OsAccountIds(), (std::vector<int>{100, 101}));
+    EXPECT_EQ(
+        DescribeAccount(101).rfind("name '" + *SamplePhoneUsers().users[1].name + "' type 1 serial 101", 0),
+        0u);
+    EXPECT_NE(DescribeAccount(101).find("photo 'data:image/png;base64,iVBORw0KGgo"), std::string::npos);
     EXPECT_TRUE(CapturedFaultEvents().empty());
-    EXPECT_EQ(Zarvo::Host::CredentialClearRequestCount(), 1u);
     EXPECT_EQ(CountPluginLines("OnResult result is 0."), 1u);
 }
 
-TEST_F(UserRestoreEndToEndTest, ServiceRefusingTheDirectoryThriceStillSucceeds) {
+// The service refuses to prepare the conversion directory a number of times (-1: always).
+class DirectoryRefusedTest : public UserRestoreEndToEndTest, public testing::WithParamInterface<int> {};
+
+TEST_P(DirectoryRefusedTest, RequestIsTriedFourTimesAndOnlyAMissingDirectoryFailsTheRestore) {
+    const bool made = GetParam() > 0;
     FaultRule rule;
     rule.type = static_cast<int32_t>(MigrateOp::PREPARE_DIR);
     rule.action = FaultAction::FAIL;
     rule.result = -1;
-    rule.count = 3;
+    rule.count = GetParam();
     service_.Faults().Add(rule);
     LaySourceUsers(SamplePhoneUsers());
-    UserDataManager manager;
-    EXPECT_TRUE(manager.DoRestoreData());
-    ASSERT_TRUE(Zarvo::Host::WaitForCredentialAnswers(1, 5s));
+    EXPECT_EQ(RestoreUsers(), made);
     EXPECT_EQ(PrepareDirRequests().size(), 4u);
     EXPECT_EQ(
         CountPluginLines("CreateConvertXmlPath failed, MkDir result -1, will retry after 10 milliseconds"),
         3u);
-    EXPECT_EQ(Zarvo::Host::OsAccounts().size(), 2u);
-}
-
-TEST_F(UserRestoreEndToEndTest, DirectoryThatCannotBeMadeFailsTheRestoreWithoutEvents) {
-    FaultRule rule;
-    rule.type = static_cast<int32_t>(MigrateOp::PREPARE_DIR);
-    rule.action = FaultAction::FAIL;
-    rule.result = -1;
-    rule.count = -1;
-    service_.Faults().Add(rule);
-    LaySourceUsers(SamplePhoneUsers());
-    UserDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    ASSERT_TRUE(Zarvo::Host::WaitForCredentialAnswers(1, 5s));
-    EXPECT_EQ(PrepareDirRequests().size(), 4u);
     EXPECT_EQ(
         CountPluginLines("CreateConvertXmlPath failed, after retry 3 times, pathName : " + CONVERT_XML_DIR),
-        1u);
+        made ? 0u : 1u);
     EXPECT_TRUE(CapturedFaultEvents().empty());
-    EXPECT_EQ(Zarvo::Host::OsAccounts().size(), 1u);
-    EXPECT_EQ(Zarvo::Host::CredentialClearRequestCount(), 1u);
+    EXPECT_EQ(OsAccountIds().size(), made ? 2u : 1u);
 }
+
+INSTANTIATE_TEST_SUITE_P(ThriceOrAlways, DirectoryRefusedTest, testing::Values(3, -1));
 
 TEST_F(UserRestoreEndToEndTest, CorruptUserFileIsReportedAndTheRestGoesOn) {
     AndroidUsers phone = SamplePhoneUsers();
     LaySourceUsers(phone);
     std::string owner = EncodeUserFile(phone.users[0], UserFileForm::BINARY);
     WriteSourceFile("0.xml", owner.substr(0, owner.size() - 7));  // cut inside the last tokens
-    UserDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    ASSERT_TRUE(Zarvo::Host::WaitForCredentialAnswers(1, 5s));
+    EXPECT_FALSE(RestoreUsers());
     EXPECT_EQ(CapturedFaultEvents(),
-              (std::vector<FaultEvent>{RestoreFail(0x200003, "SOURCE_FILE_ERROR", "0.xmlconvert error")}));
-    EXPECT_EQ(Zarvo::Host::OsAccounts().size(), 2u);
-    EXPECT_EQ(Zarvo::Host::CallCount("UpdateOsAccountWithFullInfo"), 0);
+              (std::vector<std::string>{RestoreFail(0x200003, "SOURCE_FILE_ERROR", "0.xmlconvert error")}));
+    EXPECT_EQ(OsAccountIds(), (std::vector<int>{100, 101}));
+    EXPECT_EQ(CallCount("UpdateOsAccountWithFullInfo"), 0);
 }
 
 }  // namespace

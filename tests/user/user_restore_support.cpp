@@ -1,5 +1,7 @@
 #include "user_restore_support.h"
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -8,67 +10,29 @@
 #include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
+#include "user_data_manager.h"
 
 namespace Zarvo::Testing {
-namespace {
 
-const char *TypeName(HiviewDFX::HiSysEventParam::Type type) {
+std::vector<std::string> CapturedFaultEvents() {
     using Type = HiviewDFX::HiSysEventParam::Type;
-    switch (type) {
-        case Type::INT32:
-            return "INT32";
-        case Type::STRING:
-            return "STRING";
-        default:
-            return "OTHER";
-    }
-}
-
-}  // namespace
-
-bool FaultEvent::operator==(const FaultEvent &other) const {
-    return domain == other.domain && name == other.name && type == other.type &&
-           parameters == other.parameters && taskId == other.taskId && errorType == other.errorType &&
-           errorCode == other.errorCode && errorMessage == other.errorMessage;
-}
-
-std::ostream &operator<<(std::ostream &out, const FaultEvent &event) {
-    return out << event.domain << "/" << event.name << " type " << event.type << " [" << event.parameters
-               << "] task " << event.taskId << " " << event.errorType << " " << event.errorCode << " \""
-               << event.errorMessage << "\"";
-}
-
-FaultEvent RestoreFail(int64_t errorCode, const std::string &errorType, const std::string &errorMessage) {
-    return FaultEvent{"MIGRATESERVER",
-                      "RESTORE_SO_FAIL",
-                      1,
-                      "TASK_ID:STRING,ERROR_TYPE:STRING,ERROR_CODE:INT32,ERROR_MESSAGE:STRING",
-                      "200",
-                      errorType,
-                      errorCode,
-                      errorMessage};
-}
-
-std::vector<FaultEvent> CapturedFaultEvents() {
-    std::vector<FaultEvent> events;
+    std::vector<std::string> events;
     for (const auto &record : Host::CapturedEvents()) {
-        FaultEvent event{record.domain, record.name, record.type, "", "", "", 0, ""};
+        std::string event = record.domain + "/" + record.name + ":" + std::to_string(record.type);
         for (const auto &param : record.params) {
-            event.parameters +=
-                (event.parameters.empty() ? "" : ",") + param.name + ":" + TypeName(param.type);
-            if (param.name == "TASK_ID") {
-                event.taskId = param.stringValue;
-            } else if (param.name == "ERROR_TYPE") {
-                event.errorType = param.stringValue;
-            } else if (param.name == "ERROR_CODE") {
-                event.errorCode = param.intValue;
-            } else if (param.name == "ERROR_MESSAGE") {
-                event.errorMessage = param.stringValue;
-            }
+            event += " " + param.name +
+                     (param.type == Type::STRING  ? ":STRING=" + param.stringValue
+                      : param.type == Type::INT32 ? ":INT32=" + std::to_string(param.intValue)
+                                                  : ":OTHER");
         }
         events.push_back(event);
     }
     return events;
+}
+
+std::string RestoreFail(int64_t errorCode, const std::string &errorType, const std::string &errorMessage) {
+    return "MIGRATESERVER/RESTORE_SO_FAIL:1 TASK_ID:STRING=200 ERROR_TYPE:STRING=" + errorType +
+           " ERROR_CODE:INT32=" + std::to_string(errorCode) + " ERROR_MESSAGE:STRING=" + errorMessage;
 }
 
 void LaySourceUsers(const Fixtures::AndroidUsers &users, Fixtures::UserFileForm form) {
@@ -90,14 +54,31 @@ void ResetUserRestoreWorld() {
     std::filesystem::remove_all("/data/service");
 }
 
-const AccountSA::OsAccountInfo *FindAccount(const std::vector<AccountSA::OsAccountInfo> &accounts,
-                                            int localId) {
-    for (const auto &account : accounts) {
+bool RestoreUsers() {
+    bool result = UpdateEngine::UserDataManager().DoRestoreData();
+    EXPECT_TRUE(Host::WaitForCredentialAnswers(1, std::chrono::seconds(5)));
+    EXPECT_EQ(Host::CredentialClearRequestCount(), 1u) << "one clean-up per run";
+    return result;
+}
+
+std::vector<int> OsAccountIds() {
+    std::vector<int> ids;
+    for (const auto &account : Host::OsAccounts()) {
+        ids.push_back(account.GetLocalId());
+    }
+    return ids;
+}
+
+std::string DescribeAccount(int localId) {
+    for (const auto &account : Host::OsAccounts()) {
         if (account.GetLocalId() == localId) {
-            return &account;
+            return "name '" + account.GetLocalName() + "' type " + std::to_string(account.GetType()) +
+                   " serial " + std::to_string(account.GetSerialNumber()) + " created " +
+                   std::to_string(account.GetCreateTime()) + " login " +
+                   std::to_string(account.GetLastLoginTime()) + " photo '" + account.GetPhoto() + "'";
         }
     }
-    return nullptr;
+    return "none";
 }
 
 }  // namespace Zarvo::Testing

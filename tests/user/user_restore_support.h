@@ -2,12 +2,10 @@
 #define TESTS_USER_USER_RESTORE_SUPPORT_H
 
 #include <cstdint>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "android_users.h"
-#include "os_account_info.h"
 
 namespace Zarvo::Testing {
 
@@ -16,24 +14,11 @@ inline const std::string SOURCE_XML_DIR =
 inline const std::string CONVERT_XML_DIR =
     "/data/service/el1/public/update/migrate_server/plugins/200/back/convert/";
 
-// One captured fault event, with everything that identifies it.
-struct FaultEvent {
-    std::string domain;
-    std::string name;
-    int type = 0;
-    std::string parameters;  // names and value types in order, e.g. "TASK_ID:STRING,..."
-    std::string taskId;
-    std::string errorType;
-    int64_t errorCode = 0;
-    std::string errorMessage;
-
-    bool operator==(const FaultEvent &other) const;
-};
-std::ostream &operator<<(std::ostream &out, const FaultEvent &event);
-
-// The fault event the user restore sends for a failure.
-FaultEvent RestoreFail(int64_t errorCode, const std::string &errorType, const std::string &errorMessage);
-std::vector<FaultEvent> CapturedFaultEvents();
+// A captured fault event as one line with everything that identifies it: domain, name, type and
+// each parameter's name, value type and value, in order.
+std::vector<std::string> CapturedFaultEvents();
+// The line of the fault event the user restore sends for a failure.
+std::string RestoreFail(int64_t errorCode, const std::string &errorType, const std::string &errorMessage);
 
 // Writes the users into the source directory as the update engine leaves them.
 void LaySourceUsers(const Fixtures::AndroidUsers &users,
@@ -44,8 +29,12 @@ void WriteSourceFile(const std::string &name, const std::string &content);
 // empties the plug-in's work tree.
 void ResetUserRestoreWorld();
 
-const AccountSA::OsAccountInfo *FindAccount(const std::vector<AccountSA::OsAccountInfo> &accounts,
-                                            int localId);
+// Runs one user restore and waits for its credential clean-up, expecting exactly one request.
+bool RestoreUsers();
+
+std::vector<int> OsAccountIds();
+// Every stored field of the account with the local id, or "none".
+std::string DescribeAccount(int localId);
 
 }  // namespace Zarvo::Testing
 
