@@ -38,11 +38,6 @@ protected:
         ResetCaptures();
     }
 
-    static ZarvoUserDataInfo Record(int32_t localId, OsAccountType type, const std::string &photo = "") {
-        return ZarvoUserDataInfo{localId,       "Zoë \xF0\x9F\x8C\xBB", type,   photo,
-                                 1669985155155, 1699990000123,          localId};
-    }
-
     UserDataManager manager_;
 };
 
@@ -81,14 +76,17 @@ TEST_F(UserDataManagerTest, IconIsReadFromFolderOfSourceIdByLastPathComponent) {
               }));
 }
 
+// Creation queries first, the admin update does not; both write every field and try four times.
 TEST_F(UserDataManagerTest, AccountCallsTryFourTimesAndReportTheLastResult) {
+    const std::string stored = "created 1669985155155 login 1699990000123 photo 'data:image/png;base64,YQ=='";
     struct Case {
         bool admin;
         int failures;  // -1: every attempt fails
         int32_t result;
-        std::string event;
+        std::string outcome;  // the stored account, or the event
     } cases[] = {
-        {false, 2, 0x12345, ""},
+        {false, 2, 0x12345, "name 'Zoë \xF0\x9F\x8C\xBB' type 1024 serial 101 " + stored},
+        {true, 1, 7, "name '' type 0 serial 100 " + stored},
         {false, -1, -8, RestoreFail(-8, "CREATE_USER_ERROR", "10.xml create os account failed.")},
         {true, -1, 0x400004,
          RestoreFail(0x400004, "CREATE_USER_ERROR", "0.xml update os admin account failed.")},
@@ -98,21 +96,33 @@ TEST_F(UserDataManagerTest, AccountCallsTryFourTimesAndReportTheLastResult) {
         HoldFile(c.admin ? "0.xml" : "10.xml");
         const std::string call = c.admin ? "UpdateOsAccountWithFullInfo" : "CreateOsAccountWithFullInfo";
         const std::string op = c.admin ? "UpdateZarvoAdminAcount" : "CreateZarvoAccount";
-        const std::string id = c.admin ? "100" : "101";
+        const int id = c.admin ? 100 : 101;
+        ZarvoUserDataInfo record{id,
+                                 c.admin ? "" : "Zoë \xF0\x9F\x8C\xBB",
+                                 c.admin ? OsAccountType::ADMIN : OsAccountType::PRIVATE,
+                                 "data:image/png;base64,YQ==",
+                                 1669985155155,
+                                 1699990000123,
+                                 id};
         ASSERT_TRUE(Zarvo::Host::InjectFault(call, c.result, c.failures));
-        EXPECT_EQ(c.admin ? manager_.UpdateZarvoAdminAcount(Record(100, OsAccountType::ADMIN))
-                          : manager_.CreateZarvoAccount(Record(101, OsAccountType::NORMAL)),
+        EXPECT_EQ(c.admin ? manager_.UpdateZarvoAdminAcount(record) : manager_.CreateZarvoAccount(record),
                   c.failures >= 0)
             << op;
         const LogLine retry{
             INFO, op + " failed, result " + std::to_string(c.result) + ", will retry after 10 milliseconds"};
         Lines lines(c.failures < 0 ? 3 : c.failures, retry);
-        lines.push_back(c.failures < 0
-                            ? LogLine{ERROR, op + " failed, after retry 3 times, zarvo user id : " + id}
-                            : LogLine{INFO, op + " success, zarvo user id : " + id});
+        lines.push_back(
+            c.failures < 0
+                ? LogLine{ERROR, op + " failed, after retry 3 times, zarvo user id : " + std::to_string(id)}
+                : LogLine{INFO, op + " success, zarvo user id : " + std::to_string(id)});
         EXPECT_EQ(PluginLogLines(), lines);
-        EXPECT_EQ(CapturedFaultEvents(), c.event.empty() ? std::vector<std::string>{} : std::vector{c.event});
+        EXPECT_EQ(CapturedFaultEvents(),
+                  c.failures < 0 ? std::vector{c.outcome} : std::vector<std::string>{});
+        if (c.failures >= 0) {
+            EXPECT_EQ(DescribeAccount(id), c.outcome);
+        }
         EXPECT_EQ(Zarvo::Host::CallCount(call), c.failures < 0 ? 4 : c.failures + 1);
+        EXPECT_EQ(Zarvo::Host::CallCount("QueryOsAccountById"), c.admin ? 0 : 1);
     }
 }
 
@@ -121,7 +131,8 @@ TEST_F(UserDataManagerTest, ExistingAccountIsLeftAloneWithEventCodeZero) {
     auto accounts = Zarvo::Host::OsAccounts();
     accounts.emplace_back(102, "Already here", OsAccountType::NORMAL, 5);
     Zarvo::Host::SetOsAccounts(accounts);
-    EXPECT_TRUE(manager_.CreateZarvoAccount(Record(102, OsAccountType::NORMAL)));
+    EXPECT_TRUE(
+        manager_.CreateZarvoAccount(ZarvoUserDataInfo{102, "New", OsAccountType::NORMAL, "", 1, 2, 102}));
     EXPECT_EQ(PluginLogLines(),
               (Lines{{INFO, "CreateZarvoAccount failed, current user id : 102 already exists."}}));
     EXPECT_EQ(CapturedFaultEvents(),
@@ -129,18 +140,6 @@ TEST_F(UserDataManagerTest, ExistingAccountIsLeftAloneWithEventCodeZero) {
                   RestoreFail(0, "CREATE_USER_ERROR", "11.xml create user 102 is already exists.")}));
     EXPECT_EQ(Zarvo::Host::CallCount("CreateOsAccountWithFullInfo"), 0);
     EXPECT_EQ(DescribeAccount(102), "name 'Already here' type 1 serial 5 created 0 login 0 photo ''");
-}
-
-TEST_F(UserDataManagerTest, AdminUpdateWritesAllFieldsWithoutQuerying) {
-    HoldFile("0.xml");
-    ZarvoUserDataInfo record = Record(100, OsAccountType::ADMIN, "data:image/png;base64,YQ==");
-    record.localName = "";
-    EXPECT_TRUE(manager_.UpdateZarvoAdminAcount(record));
-    EXPECT_EQ(PluginLogLines(), (Lines{{INFO, "UpdateZarvoAdminAcount success, zarvo user id : 100"}}));
-    EXPECT_EQ(Zarvo::Host::CallCount("QueryOsAccountById"), 0);
-    EXPECT_EQ(DescribeAccount(100),
-              "name '' type 0 serial 100 created 1669985155155 login 1699990000123 photo "
-              "'data:image/png;base64,YQ=='");
 }
 
 }  // namespace

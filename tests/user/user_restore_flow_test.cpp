@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "captured_log.h"
 #include "platform_control/credential_control.h"
@@ -16,18 +17,6 @@ namespace {
 
 constexpr int ERROR = 6;
 constexpr int INFO = 4;
-
-AndroidUser Secondary(int32_t id, const std::string &name) {
-    AndroidUser user;
-    user.id = id;
-    user.serialNumber = id;
-    user.flags = USER_FLAG_INITIALIZED | USER_FLAG_FULL;
-    user.type = USER_TYPE_SECONDARY;
-    user.created = 1669985155155 + id;
-    user.lastLoggedIn = 1699990000123 + id;
-    user.name = name;
-    return user;
-}
 
 // The restore with the conversion directory already in place, so that no migrate service is needed.
 class UserRestoreFlowTest : public testing::Test {
@@ -58,52 +47,59 @@ TEST_F(UserRestoreFlowTest, SamplePhoneUpdatesOwnerCreatesSecondarySkipsGuestAnd
         EXPECT_EQ(CountPluginLines("RestoreSubUserInfo called."), 4u);
         EXPECT_EQ(CountPluginLines("RestoreSubUserInfo current user (11) not need restore."), 1u);
         EXPECT_EQ(CountPluginLines("RestoreSubUserInfo current user (12) not need restore."), 1u);
-        EXPECT_EQ(PluginLogLines().front(), (LogLine{INFO, "DoRestoreData called."}));
         auto lines = PluginLogLines();
+        EXPECT_EQ(lines.front(), (LogLine{INFO, "DoRestoreData called."}));
         EXPECT_EQ(
             std::vector<LogLine>(lines.end() - 2, lines.end()),
             (std::vector<LogLine>{{INFO, "OnAcquireInfo called."}, {INFO, "OnResult result is 12345."}}));
     }
 }
 
-TEST_F(UserRestoreFlowTest, EmptyUserListIsSuccessWithCleanUp) {
-    LaySourceUsers(AndroidUsers{});
-    EXPECT_TRUE(RestoreUsers());
-    EXPECT_EQ(OsAccountIds(), (std::vector<int>{100}));
-    EXPECT_EQ(CountPluginLines("RestoreSubUserInfo called."), 0u);
-}
-
-TEST_F(UserRestoreFlowTest, MissingUserListFailsWithoutReadingUsersButCleansUp) {
-    LaySourceUsers(SamplePhoneUsers());
-    std::filesystem::remove(SOURCE_XML_DIR + "userlist.xml");
-    EXPECT_FALSE(RestoreUsers());
-    EXPECT_EQ(CountPluginLines("RestoreSubUserInfo called."), 0u);
-    EXPECT_EQ(OsAccountIds(), (std::vector<int>{100}));
-    EXPECT_EQ(
-        CapturedFaultEvents(),
-        (std::vector<std::string>{RestoreFail(0x200002, "SOURCE_FILE_ERROR", "userlist.xmlconvert error")}));
-}
-
-TEST_F(UserRestoreFlowTest, UnparsableUserListSendsParseEvent) {
-    WriteSourceFile("userlist.xml", EncodeUserFile(SamplePhoneUsers().users[1], UserFileForm::BINARY));
-    EXPECT_FALSE(RestoreUsers());
-    EXPECT_EQ(CountPluginLines("ProcessUserList failed, TransformToUserList xmlfile:userlist.xml."), 1u);
-    EXPECT_EQ(CapturedFaultEvents(),
-              (std::vector<std::string>{
-                  RestoreFail(0x200013, "PARSE_FILE_ERROR", "userlist.xmlparse to user Id list error.")}));
+// An empty, missing or unparsable user list: no user is read, and the clean-up still runs.
+TEST_F(UserRestoreFlowTest, UserListWithoutUsersRestoresNobody) {
+    struct Case {
+        std::optional<std::string> list;  // none: no userlist.xml
+        bool result;
+        std::vector<std::string> events;
+    } cases[] = {
+        {EncodeUserList(AndroidUsers{}, UserFileForm::BINARY), true, {}},
+        {std::nullopt, false, {RestoreFail(0x200002, "SOURCE_FILE_ERROR", "userlist.xmlconvert error")}},
+        {EncodeUserFile(SamplePhoneUsers().users[1], UserFileForm::BINARY),
+         false,
+         {RestoreFail(0x200013, "PARSE_FILE_ERROR", "userlist.xmlparse to user Id list error.")}},
+    };
+    for (const auto &c : cases) {
+        SetUp();
+        LaySourceUsers(SamplePhoneUsers());
+        std::filesystem::remove(SOURCE_XML_DIR + "userlist.xml");
+        if (c.list) {
+            WriteSourceFile("userlist.xml", *c.list);
+        }
+        EXPECT_EQ(RestoreUsers(), c.result);
+        EXPECT_EQ(OsAccountIds(), (std::vector<int>{100}));
+        EXPECT_EQ(CountPluginLines("RestoreSubUserInfo called."), 0u);
+        EXPECT_EQ(CapturedFaultEvents(), c.events);
+    }
 }
 
 TEST_F(UserRestoreFlowTest, SecondOfThreeFailingToParseDoesNotStopTheOthers) {
+    AndroidUser first = SamplePhoneUsers().users[1];
+    AndroidUser second = first;
+    AndroidUser third = first;
+    second.id = 11;
+    second.name.reset();
+    third.id = 12;
+    third.name = "三番目";
+    third.icon = "";  // an empty icon attribute gives no photo
+    third.photo.reset();
+    third.flags |= 0x02000000 | USER_FLAG_MANAGED_PROFILE;  // the vendor's private space
     AndroidUsers users;
-    users.users = {Secondary(10, "Первый"), Secondary(11, ""), Secondary(12, "三番目")};
-    users.users[1].name.reset();
-    users.users[2].icon = "";                                        // an empty icon attribute gives no photo
-    users.users[2].flags |= 0x02000000 | USER_FLAG_MANAGED_PROFILE;  // the vendor's private space
+    users.users = {first, second, third};
     LaySourceUsers(users);
     EXPECT_FALSE(RestoreUsers());
     EXPECT_EQ(OsAccountIds(), (std::vector<int>{100, 101, 103}));
     EXPECT_EQ(DescribeAccount(103),
-              "name '三番目' type 1024 serial 103 created 1669985155167 login 1699990000135 photo ''");
+              "name '三番目' type 1024 serial 103 created 1669985155155 login 1699990000123 photo ''");
     EXPECT_EQ(CountPluginLines("Base64Encode"), 0u);
     EXPECT_EQ(CapturedFaultEvents(),
               (std::vector<std::string>{
