@@ -3,266 +3,175 @@
 #include <gtest/gtest.h>
 
 #include "captured_log.h"
+#include "migrate_peers.h"
 #include "pause_recorder.h"
-#include "scripted_peer.h"
 
 using namespace Zarvo::UpdateEngine;
 using namespace Zarvo::Testing;
 
 namespace {
 
-constexpr size_t SRC = 4;
-constexpr size_t DST = 1028;
-constexpr size_t UID = 2052;
-constexpr size_t GID = 2084;
-constexpr size_t PERM = 2116;
-
 class FileMigrateManagerTest : public testing::Test {
 protected:
     void SetUp() override { ResetCaptures(); }
 
-    static std::vector<int32_t> Types(const ScriptedPeer &peer) {
-        std::vector<int32_t> types;
+    // "type|recurseOpt|src|dst|uid|gid|perm|reserved" of every request the peer read.
+    static std::vector<std::string> Summaries(const ScriptedPeer &peer) {
+        std::vector<std::string> summaries;
         for (const std::string &request : peer.Requests()) {
-            types.push_back(RequestType(request));
+            summaries.push_back(RequestSummary(request));
         }
-        return types;
+        return summaries;
     }
 
     PauseRecorder pauses_;
 };
 
-TEST_F(FileMigrateManagerTest, SingleOperationsFillOnlyTheirFields) {
-    struct Case {
-        std::function<int32_t(FileMigrateManager &)> call;
-        int32_t type;
-        std::string src, dst, uid, gid, perm;
-        int32_t recurseOpt;
-        std::string debugLine;
-    };
-    FileParam prepare{};
-    prepare.dstFile = "/d/prep";
-    prepare.uid = "u";
-    prepare.gid = "g";
-    prepare.perm = "0700";
-    prepare.recurseOpt = RECURSE_ALL;
-    prepare.reserved = "kept";
-    const std::vector<Case> cases = {
-        {[](auto &m) { return m.IsFileExist("/p"); }, 0, "/p", "", "", "", "", 0, "IsFileExist: /p"},
-        {[](auto &m) { return m.IsDir("/p"); }, 1, "/p", "", "", "", "", 0, "IsDir: /p"},
-        {[&prepare](auto &m) { return m.MkDir(prepare); }, 3, "/d/prep", "/d/prep", "u", "g", "0700", 2,
-         "PrepareDir : /d/prep"},
-        {[](auto &m) { return m.MoveSubFile("/s", "/d"); }, 4, "/s", "/d", "", "", "", 0,
-         "MoveSubFile src: /s, dst: /d"},
-        {[](auto &m) { return m.MoveAllFile("/s", "/d"); }, 5, "/s", "/d", "", "", "", 0,
-         "MoveAllFile src: /s, dst: /d"},
-        {[](auto &m) { return m.CopySubFile("/s", "/d"); }, 6, "/s", "/d", "", "", "", 0,
-         "CopySubFile src: /s, dst: /d"},
-        {[](auto &m) { return m.CopyAllFile("/s", "/d"); }, 7, "/s", "/d", "", "", "", 0,
-         "CopyAllFile src: /s, dst: /d"},
-        {[](auto &m) { return m.RemoveFile("/p"); }, 8, "/p", "", "", "", "", 0, "RemoveFile : /p"},
-        {[](auto &m) { return m.RestoreCon("/p", RECURSE_ALL); }, 9, "/p", "", "", "", "", 2,
-         "RestoreCon src: /p, recurseOpt: 2"},
-        {[](auto &m) { return m.RestoreconFromParent("/p"); }, 10, "/p", "", "", "", "", 0,
-         "RestoreconFromParent src: /p, "},
-        {[](auto &m) { return m.TryRemove("/p"); }, 11, "/p", "", "", "", "", 0, "TryRemove : /p"},
-        {[](auto &m) { return m.MkDir("/p", RECURSE_ALL); }, 12, "/p", "", "", "", "", 2, "MkDir : /p"},
-        {[](auto &m) { return m.Chown("/p", "1", "2", RECURSE_NONE); }, 13, "/p", "", "1", "2", "", 0,
-         "chown : /p"},
-        {[](auto &m) { return m.Chmod("/p", "0644", RECURSE_ALL); }, 14, "/p", "", "", "", "0644", 2,
-         "chmod : /p"},
-        {[](auto &m) { return m.GetPathSize("/p"); }, 16, "/p", "", "", "", "", 0, "GetPathSize : /p"},
-    };
-    ScriptedPeer peer({AnswerEach(ReplyHeader(3, 0, 0))});
+TEST_F(FileMigrateManagerTest, EachOperationSendsItsTypeAndOnlyItsFields) {
+    FileParam full{};
+    full.dstFile = "/d";
+    full.uid = "u";
+    full.gid = "g";
+    full.perm = "0700";
+    full.recurseOpt = RECURSE_ALL;
+    full.reserved = "kept";
+    const std::vector<std::tuple<std::function<int32_t(FileMigrateManager &)>, std::string, std::string>>
+        cases = {
+            {[](auto &m) { return m.IsFileExist("/p"); }, "0|0|/p|||||", "IsFileExist: /p"},
+            {[](auto &m) { return m.IsDir("/p"); }, "1|0|/p|||||", "IsDir: /p"},
+            {[&full](auto &m) { return m.MkDir(full); }, "3|2|/d|/d|u|g|0700|kept", "PrepareDir : /d"},
+            {[](auto &m) { return m.MoveSubFile("/s", "/d"); }, "4|0|/s|/d||||",
+             "MoveSubFile src: /s, dst: /d"},
+            {[](auto &m) { return m.MoveAllFile("/s", "/d"); }, "5|0|/s|/d||||",
+             "MoveAllFile src: /s, dst: /d"},
+            {[](auto &m) { return m.CopySubFile("/s", "/d"); }, "6|0|/s|/d||||",
+             "CopySubFile src: /s, dst: /d"},
+            {[](auto &m) { return m.CopyAllFile("/s", "/d"); }, "7|0|/s|/d||||",
+             "CopyAllFile src: /s, dst: /d"},
+            {[](auto &m) { return m.RemoveFile("/p"); }, "8|0|/p|||||", "RemoveFile : /p"},
+            {[](auto &m) { return m.RestoreCon("/p", RECURSE_ALL); }, "9|2|/p|||||",
+             "RestoreCon src: /p, recurseOpt: 2"},
+            {[](auto &m) { return m.RestoreconFromParent("/p"); }, "10|0|/p|||||",
+             "RestoreconFromParent src: /p, "},
+            {[](auto &m) { return m.TryRemove("/p"); }, "11|0|/p|||||", "TryRemove : /p"},
+            {[](auto &m) { return m.MkDir("/p", RECURSE_ALL); }, "12|2|/p|||||", "MkDir : /p"},
+            {[](auto &m) { return m.Chown("/p", "1", "2", RECURSE_NONE); }, "13|0|/p||1|2||", "chown : /p"},
+            {[](auto &m) { return m.Chmod("/p", "0644", RECURSE_ALL); }, "14|2|/p||||0644|", "chmod : /p"},
+            {[](auto &m) { return m.GetPathSize("/p"); }, "16|0|/p|||||", "GetPathSize : /p"},
+            // Composed moves and copies without owner or mode send the plain request only.
+            {[](auto &m) {
+                 return m.MoveSubFile("/s", FileParam{RECURSE_NONE, "", "", "", "/d", ""});
+             },
+             "4|0|/s|/d||||", "Compose MoveSubFile src: /s, dst: /d"},
+            {[](auto &m) {
+                 return m.MoveAllFile("/s", FileParam{RECURSE_NONE, "", "", "", "/d", ""});
+             },
+             "5|0|/s|/d||||", "Compose MoveAllFile src: /s, dst: /d"},
+            {[](auto &m) {
+                 return m.CopySubFile("/s", FileParam{RECURSE_NONE, "", "", "", "/d", ""});
+             },
+             "6|0|/s|/d||||", "Compose CopySubFile src: /s, dst: /d"},
+        };
+    ScriptedPeer peer({Answers({ReplyHeader(3, 0, 0)})});
     FileMigrateManager manager;
-    for (const Case &c : cases) {
+    std::vector<std::string> expected;
+    for (const auto &[call, request, debugLine] : cases) {
         ResetCaptures();
-        EXPECT_EQ(c.call(manager), 3) << c.debugLine;
+        expected.push_back(request);
+        EXPECT_EQ(call(manager), 3) << debugLine;
         std::vector<LogLine> lines = PluginLogLines();
         ASSERT_FALSE(lines.empty());
-        EXPECT_EQ(lines[0], (LogLine{LOG_DEBUG, c.debugLine}));
+        EXPECT_EQ(lines[0], (LogLine{LOG_DEBUG, debugLine}));
     }
-    std::vector<std::string> requests = peer.Requests();
-    ASSERT_EQ(requests.size(), cases.size());
-    for (size_t i = 0; i < cases.size(); ++i) {
-        const Case &c = cases[i];
-        EXPECT_EQ(RequestType(requests[i]), c.type);
-        EXPECT_EQ(RequestText(requests[i], SRC), c.src) << c.type;
-        EXPECT_EQ(RequestText(requests[i], DST), c.dst) << c.type;
-        EXPECT_EQ(RequestText(requests[i], UID), c.uid) << c.type;
-        EXPECT_EQ(RequestText(requests[i], GID), c.gid) << c.type;
-        EXPECT_EQ(RequestText(requests[i], PERM), c.perm) << c.type;
-        EXPECT_EQ(RequestRecurseOpt(requests[i]), c.recurseOpt) << c.type;
-    }
-    EXPECT_EQ(RequestText(requests[2], 2136), "kept") << "MkDir(param) sends the whole record";
+    EXPECT_EQ(Summaries(peer), expected);
     EXPECT_EQ(peer.Connections(), 1);
 }
 
-TEST_F(FileMigrateManagerTest, InvalidRequestIsStoppedBeforeConnecting) {
+TEST_F(FileMigrateManagerTest, InvalidRequestsAndConnectionFailuresAreNotResent) {
     FileMigrateManager manager;
     EXPECT_EQ(manager.IsFileExist(""), MIGRATE_ERR_INVALID_REQUEST);
     EXPECT_EQ(PluginLogLines(), (std::vector<LogLine>{{LOG_DEBUG, "IsFileExist: "},
                                                       {LOG_ERROR, "invalid srcFile!"},
                                                       {LOG_ERROR, "AssembleMsg failed!"}}));
-    EXPECT_EQ(manager.MkDir(FileParam{}), MIGRATE_ERR_INVALID_REQUEST);
-    EXPECT_EQ(CountPluginLines("Client"), 0u);
     EXPECT_TRUE(PauseRecorder::Pauses().empty());
-}
-
-TEST_F(FileMigrateManagerTest, ConnectionFailureIsNotRetriedByTheManager) {
-    FileMigrateManager manager;
+    EXPECT_EQ(manager.MigrateFileByFileParam(MK_DIR, "/s", FileParam{}), MIGRATE_ERR_INVALID_REQUEST);
+    EXPECT_EQ(PluginLogLines().back(), (LogLine{LOG_ERROR, "Not Support cdmType"}));
     EXPECT_EQ(manager.IsDir("/p"), MIGRATE_ERR_CONNECT);
-    EXPECT_EQ(PauseRecorder::Pauses(), (std::vector<uint32_t>{100, 100}));
+    EXPECT_EQ(PauseRecorder::Pauses(), (std::vector<uint32_t>{100, 100})) << "the client's own retries only";
     EXPECT_EQ(CountPluginLines("Communication broken"), 0u);
 }
 
-TEST_F(FileMigrateManagerTest, ServiceThatClosesAfterReadingGetsFourAttemptsOnFreshConnections) {
-    ScriptedPeer peer({CloseAfterRequest()});
-    FileMigrateManager manager;
-    EXPECT_EQ(manager.CopyAllFile("/s", "/dst"), MIGRATE_ERR_READ);
-    EXPECT_EQ(PauseRecorder::Pauses(), (std::vector<uint32_t>{500, 500, 500, 500}));
-    std::vector<LogLine> broken;
-    for (const LogLine &line : PluginLogLines()) {
-        if (line.text.find("Communication broken") != std::string::npos) {
-            broken.push_back(line);
-        }
-    }
-    EXPECT_EQ(broken,
-              std::vector<LogLine>(
-                  4, {LOG_ERROR, "Communication broken recreate fd, initiate request, filepath : /dst"}));
-    EXPECT_EQ(peer.Connections(), 4);
-    std::vector<std::string> requests = peer.Requests();
-    ASSERT_EQ(requests.size(), 4u);
-    for (const std::string &request : requests) {
-        EXPECT_EQ(request, requests[0]) << "the same request is sent every time";
+TEST_F(FileMigrateManagerTest, BrokenExchangesAreResentOnFreshConnectionsFourTimesAtMost) {
+    struct Case {
+        std::vector<ScriptedPeer::Script> scripts;
+        int32_t result;
+        size_t broken;
+    };
+    for (const Case &c : std::vector<Case>{{{CloseAfterRequest()}, MIGRATE_ERR_READ, 4},
+                                           {{CloseAfterRequest(), Answers({ReplyHeader(0, 0, 0)})}, 0, 1}}) {
+        ResetCaptures();
+        PauseRecorder::Pauses().clear();
+        ScriptedPeer peer(c.scripts);
+        EXPECT_EQ(FileMigrateManager().CopyAllFile("/s", "/dst"), c.result);
+        EXPECT_EQ(PauseRecorder::Pauses(), std::vector<uint32_t>(c.broken, 500));
+        EXPECT_EQ(CountPluginLines("Communication broken recreate fd, initiate request, filepath : /dst"),
+                  c.broken);
+        size_t attempts = c.broken + (c.result == 0 ? 1 : 0);
+        EXPECT_EQ(peer.Connections(), static_cast<int>(attempts));
+        EXPECT_EQ(Summaries(peer), std::vector<std::string>(attempts, "7|0|/s|/dst||||"))
+            << "the same request each time";
     }
 }
 
-TEST_F(FileMigrateManagerTest, BrokenExchangeFollowedBySuccessReturnsTheSecondResult) {
-    ScriptedPeer peer({CloseAfterRequest(), AnswerEach(ReplyHeader(0, 0, 0))});
-    FileMigrateManager manager;
-    EXPECT_EQ(manager.RemoveFile("/p"), 0);
-    EXPECT_EQ(PauseRecorder::Pauses(), (std::vector<uint32_t>{500}));
-    EXPECT_EQ(peer.Connections(), 2);
-    EXPECT_EQ(CountPluginLines("Communication broken recreate fd, initiate request, filepath : "), 1u);
-}
-
-TEST_F(FileMigrateManagerTest, ComposedCopySendsOwnerAndModeOnlyWhenGiven) {
+TEST_F(FileMigrateManagerTest, ComposedCopySendsOwnerAndModeWhenGivenAndStopsAtTheFirstFailure) {
     struct Case {
         std::string uid, gid, perm;
+        std::vector<std::string> replies;
+        int32_t result;
         std::vector<int32_t> types;
+        std::string lastLine;
     };
-    for (const Case &c : std::vector<Case>{{"100", "200", "0700", {7, 13, 14}},
-                                           {"100", "", "0700", {7, 14}},
-                                           {"", "", "", {7}},
-                                           {"100", "200", "", {7, 13}}}) {
-        ScriptedPeer peer({AnswerEach(ReplyHeader(0, 0, 0))});
-        FileMigrateManager manager;
-        FileParam param{};
-        param.dstFile = "/dst/file";
-        param.uid = c.uid;
-        param.gid = c.gid;
-        param.perm = c.perm;
-        param.recurseOpt = RECURSE_NONE;
-        EXPECT_EQ(manager.CopyAllFile("/src/file", param), 0);
-        EXPECT_EQ(Types(peer), c.types);
-        std::vector<std::string> requests = peer.Requests();
-        EXPECT_EQ(RequestText(requests[0], UID), "") << "only the destination travels with the copy";
-        for (size_t i = 1; i < requests.size(); ++i) {
-            EXPECT_EQ(RequestText(requests[i], SRC), "/dst/file");
-            EXPECT_EQ(RequestRecurseOpt(requests[i]), 2);
+    const std::string ok = ReplyHeader(0, 0, 0);
+    for (const Case &c : std::vector<Case>{
+             {"100", "200", "0700", {ok}, 0, {7, 13, 14}, ""},
+             {"100", "", "0700", {ok}, 0, {7, 14}, ""},
+             {"", "", "", {ok}, 0, {7}, ""},
+             {"100", "200", "", {ok}, 0, {7, 13}, ""},
+             {"1", "1", "0700", {ReplyHeader(5, 0, 0)}, 5, {7}, "MigrateFile src: /src, dest: /dst result 5"},
+             {"1", "1", "0700", {ok, ReplyHeader(-1, 1, 0), ok}, -1, {7, 13}, "Chown path: /dst result -1"},
+         }) {
+        ResetCaptures();
+        ScriptedPeer peer({Answers(c.replies)});
+        FileParam param{RECURSE_NONE, c.uid, c.gid, c.perm, "/dst", ""};
+        EXPECT_EQ(FileMigrateManager().CopyAllFile("/src", param), c.result);
+        std::vector<std::string> summaries = Summaries(peer);
+        ASSERT_EQ(summaries.size(), c.types.size());
+        EXPECT_EQ(summaries[0], "7|0|/src|/dst||||") << "only the destination travels with the copy";
+        for (size_t i = 1; i < summaries.size(); ++i) {
+            EXPECT_EQ(summaries[i], c.types[i] == CHOWN ? "13|2|/dst||" + c.uid + "|" + c.gid + "||"
+                                                        : "14|2|/dst||||" + c.perm + "|");
         }
-        EXPECT_EQ(peer.Connections(), 1);
+        if (!c.lastLine.empty()) {
+            EXPECT_EQ(PluginLogLines().back(), (LogLine{LOG_ERROR, c.lastLine}));
+        }
     }
 }
 
-TEST_F(FileMigrateManagerTest, ComposedVariantsUseTheirOwnType) {
-    ScriptedPeer peer({AnswerEach(ReplyHeader(0, 0, 0))});
-    FileMigrateManager manager;
-    FileParam param{};
-    param.dstFile = "/d";
-    EXPECT_EQ(manager.MoveSubFile("/s", param), 0);
-    EXPECT_EQ(manager.MoveAllFile("/s", param), 0);
-    EXPECT_EQ(manager.CopySubFile("/s", param), 0);
-    EXPECT_EQ(Types(peer), (std::vector<int32_t>{4, 5, 6}));
-    EXPECT_EQ(CountPluginLines("Compose MoveSubFile src: /s, dst: /d"), 1u);
-    EXPECT_EQ(CountPluginLines("Compose CopySubFile src: /s, dst: /d"), 1u);
-}
-
-TEST_F(FileMigrateManagerTest, ComposedCopyStopsAtTheFirstFailure) {
-    ScriptedPeer copyFails({AnswerEach(ReplyHeader(5, 0, 0))});
-    FileParam param{};
-    param.dstFile = "/dst";
-    param.uid = "1";
-    param.gid = "1";
-    param.perm = "0700";
-    {
-        FileMigrateManager manager;
-        EXPECT_EQ(manager.CopyAllFile("/src", param), 5);
-    }
-    EXPECT_EQ(Types(copyFails), (std::vector<int32_t>{7}));
-    EXPECT_EQ(PluginLogLines().back(), (LogLine{LOG_ERROR, "MigrateFile src: /src, dest: /dst result 5"}));
-}
-
-TEST_F(FileMigrateManagerTest, ComposedCopyStopsWhenTheOwnerChangeFails) {
-    ScriptedPeer peer({[](ScriptedPeer &p, int fd) {
-        p.ReadRequest(fd);
-        ScriptedPeer::Send(fd, ReplyHeader(0, 0, 0));
-        p.ReadRequest(fd);
-        ScriptedPeer::Send(fd, ReplyHeader(-1, 1, 0));
-        while (p.ReadRequest(fd)) {
-            ScriptedPeer::Send(fd, ReplyHeader(0, 0, 0));
-        }
-    }});
-    FileMigrateManager manager;
-    FileParam param{};
-    param.dstFile = "/dst";
-    param.uid = "1";
-    param.gid = "1";
-    param.perm = "0700";
-    EXPECT_EQ(manager.CopyAllFile("/src", param), -1);
-    EXPECT_EQ(Types(peer), (std::vector<int32_t>{7, 13}));
-    EXPECT_EQ(PluginLogLines().back(), (LogLine{LOG_ERROR, "Chown path: /dst result -1"}));
-}
-
-TEST_F(FileMigrateManagerTest, MigrateFileByFileParamSupportsOnlyCopyAndMove) {
-    FileMigrateManager manager;
-    FileParam param{};
-    param.dstFile = "/d";
-    EXPECT_EQ(manager.MigrateFileByFileParam(MK_DIR, "/s", param), MIGRATE_ERR_INVALID_REQUEST);
-    EXPECT_EQ(PluginLogLines(), (std::vector<LogLine>{{LOG_ERROR, "Not Support cdmType"}}));
-}
-
-TEST_F(FileMigrateManagerTest, ExistDirectoryTakesTheFirstEntryOrLeavesTheTextAlone) {
-    ScriptedPeer peer({[](ScriptedPeer &p, int fd) {
-                           p.ReadRequest(fd);
-                           ScriptedPeer::Send(fd, ReplyHeader(4, 0, 0));
-                       },
-                       [](ScriptedPeer &p, int fd) {
-                           p.ReadRequest(fd);
-                           ScriptedPeer::Send(fd, ReplyHeader(0, 0, 2) + Package(2, 0, "/first:1,/second") +
-                                                      Package(2, 1, "/third"));
-                       }});
+TEST_F(FileMigrateManagerTest, ListRequestsUseAConnectionEachAndKeepOnlyCompleteRuns) {
+    ScriptedPeer peer(
+        {Answers({ReplyHeader(4, 0, 0)}),
+         Answers({ReplyHeader(0, 0, 2) + Package(2, 0, "/first:1,/second") + Package(2, 1, "/third")}),
+         Answers({ReplyHeader(0, 0, 1) + Package(1, 0, "/n:1")}),
+         [](ScriptedPeer &p, int fd) {  // then closes: the second package never comes
+             p.ReadRequest(fd);
+             Send(fd, ReplyHeader(0, 0, 2) + Package(2, 0, "/lost"));
+         }});
     FileMigrateManager manager;
     std::string dir = "untouched";
     EXPECT_EQ(manager.GetExistDirectory("/a/b", dir), 4);
     EXPECT_EQ(dir, "untouched");
     EXPECT_EQ(manager.GetExistDirectory("/a/b", dir), 0);
     EXPECT_EQ(dir, "/first");
-    EXPECT_EQ(Types(peer), (std::vector<int32_t>{15, 15}));
-    EXPECT_EQ(peer.Connections(), 2) << "each list request has a connection of its own";
-}
-
-TEST_F(FileMigrateManagerTest, PathListAppendsAndAnIncompleteRunAddsNothing) {
-    ScriptedPeer peer({[](ScriptedPeer &p, int fd) {
-                           p.ReadRequest(fd);
-                           ScriptedPeer::Send(fd, ReplyHeader(0, 0, 1) + Package(1, 0, "/n:1"));
-                       },
-                       [](ScriptedPeer &p, int fd) {
-                           p.ReadRequest(fd);
-                           ScriptedPeer::Send(fd, ReplyHeader(0, 0, 2) + Package(2, 0, "/lost"));
-                       }});
-    FileMigrateManager manager;
     std::vector<FilePath> list = {{"/old", 0}};
     EXPECT_EQ(manager.GetPathList("/p", list), 0);
     ASSERT_EQ(list.size(), 2u);
@@ -270,6 +179,9 @@ TEST_F(FileMigrateManagerTest, PathListAppendsAndAnIncompleteRunAddsNothing) {
     EXPECT_EQ(list[1].kind, 2);
     EXPECT_EQ(manager.GetPathList("/p", list), MIGRATE_ERR_PACKAGES);
     EXPECT_EQ(list.size(), 2u);
+    EXPECT_EQ(Summaries(peer),
+              (std::vector<std::string>{"15|0|/a/b|||||", "15|0|/a/b|||||", "2|0|/p|||||", "2|0|/p|||||"}));
+    EXPECT_EQ(peer.Connections(), 4);
     EXPECT_TRUE(PauseRecorder::Pauses().empty()) << "list requests are not re-sent";
 }
 

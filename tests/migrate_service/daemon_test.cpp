@@ -7,61 +7,31 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "raw_migrate_client.h"
+#include "migrate_peers.h"
 
 using namespace Zarvo::Testing;
 
 namespace {
 
-struct DaemonRun {
-    int status = -1;
-    std::string err;
-};
-
-// Runs the daemon to completion with the given arguments; its stderr is returned.
-DaemonRun RunDaemon(const std::vector<std::string> &args) {
-    int errPipe[2];
-    EXPECT_EQ(pipe(errPipe), 0);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(errPipe[1], 2);
-        std::vector<char *> argv = {const_cast<char *>(MIGRATE_SERVICE_BINARY)};
-        for (const std::string &arg : args) {
-            argv.push_back(const_cast<char *>(arg.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(MIGRATE_SERVICE_BINARY, argv.data());
-        _exit(127);
-    }
-    close(errPipe[1]);
-    DaemonRun run;
-    char buf[512];
-    for (ssize_t n; (n = read(errPipe[0], buf, sizeof(buf))) > 0;) {
-        run.err.append(buf, static_cast<size_t>(n));
-    }
-    close(errPipe[0]);
-    waitpid(pid, &run.status, 0);
-    return run;
-}
-
 TEST(DaemonTest, BadCommandLinesEndWithOneSentenceAndFailure) {
-    std::ofstream("/data/bad.json") << "{\"faults\": [{\"action\": \"melt\"}]}";
+    std::ofstream("/data/bad.json") << R"({"faults": [{"action": "melt"}]})";
     std::ofstream("/data/state.json") << "[1, 2]";
-    for (const std::vector<std::string> &args :
-         std::vector<std::vector<std::string>>{{"--no-such-option"},
-                                               {"--allow", "relative/dir"},
-                                               {"--allow", "/data/a/../b"},
-                                               {"--faults", "/data/bad.json"},
-                                               {"--faults", "/data/missing.json"},
-                                               {"--device-state", "/data/state.json"},
-                                               {"--ready-fd", "77"},
-                                               {"--journal", "/data/no/such/dir/journal"},
-                                               {"--socket", "/data/" + std::string(200, 's')}}) {
-        DaemonRun run = RunDaemon(args);
-        ASSERT_TRUE(WIFEXITED(run.status)) << args[0];
-        EXPECT_NE(WEXITSTATUS(run.status), 0) << args[0];
-        EXPECT_FALSE(run.err.empty()) << args[0];
-        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << args[0] << ": " << run.err;
+    for (const std::string &args : std::vector<std::string>{
+             "--no-such-option", "--allow relative/dir", "--allow /data/a/../b", "--faults /data/bad.json",
+             "--faults /data/missing.json", "--device-state /data/state.json", "--ready-fd 77",
+             "--journal /data/no/such/dir/journal", "--socket /data/" + std::string(200, 's')}) {
+        // Only stderr comes through the pipe.
+        FILE *pipe = popen((MIGRATE_SERVICE_BINARY " " + args + " 2>&1 >/dev/null").c_str(), "r");
+        ASSERT_NE(pipe, nullptr);
+        std::string err;
+        for (int c; (c = fgetc(pipe)) != EOF;) {
+            err += static_cast<char>(c);
+        }
+        int status = pclose(pipe);
+        ASSERT_TRUE(WIFEXITED(status)) << args;
+        EXPECT_EQ(WEXITSTATUS(status), 1) << args;
+        EXPECT_FALSE(err.empty()) << args;
+        EXPECT_EQ(err.find('\n'), err.size() - 1) << args << ": " << err;
     }
 }
 
@@ -84,9 +54,7 @@ TEST(DaemonTest, SignalsReadinessJournalsRequestsAppliesDeviceStateFaultsAndStop
     EXPECT_STREQ(buf, "ready\n");
     close(ready[0]);
 
-    RawRequest request;
-    request.type = 1;
-    request.src = "/data/root";
+    auto request = Request(Zarvo::Host::MigrateOp::IS_DIR, "/data/root");
     EXPECT_EQ(Exchange(request).result, 9);
     EXPECT_EQ(Exchange(request).result, 0);
     request.src = "/data/app/el2/x";
@@ -97,7 +65,7 @@ TEST(DaemonTest, SignalsReadinessJournalsRequestsAppliesDeviceStateFaultsAndStop
     waitpid(pid, &status, 0);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
-    EXPECT_NE(access("/dev/unix/socket/file_migrate_ability", F_OK), 0) << "the socket is removed";
+    EXPECT_NE(access(MIGRATE_SOCKET.c_str(), F_OK), 0) << "the socket is removed";
 
     std::ifstream journal("/data/journal.jsonl");
     std::vector<nlohmann::json> lines;

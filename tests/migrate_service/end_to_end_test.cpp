@@ -2,62 +2,50 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "captured_log.h"
 #include "file_migrate_manager.h"
 #include "service_fixture.h"
 
 using namespace Zarvo::Testing;
-using Zarvo::UpdateEngine::FileMigrateManager;
-using Zarvo::UpdateEngine::FileParam;
-using Zarvo::UpdateEngine::FilePath;
-using Zarvo::UpdateEngine::RECURSE_ALL;
+using namespace Zarvo::UpdateEngine;
 
 namespace {
 
-class EndToEndTest : public ServiceFixture {};
+class EndToEndTest : public ServiceFixture {
+protected:
+    void ExpectOwnedDirectoryOrFile(const std::string &path, bool directory) {
+        struct stat st = Lstat(path);
+        EXPECT_EQ(S_ISDIR(st.st_mode), directory) << path;
+        EXPECT_EQ(st.st_uid, 20010099u) << path;
+        EXPECT_EQ(st.st_gid, 20010098u) << path;
+        EXPECT_EQ(st.st_mode & 07777, 0700u) << path;
+    }
+};
 
-TEST_F(EndToEndTest, MkDirPreparesADirectoryWithOwnerGroupAndMode) {
-    const std::string dir = APP_ROOT + "/100/base/com.example.account/haps/backup/files/ath/ce/";
-    FileParam param{};
-    param.uid = "20010099";
-    param.gid = "20010098";
-    param.perm = "0700";
-    param.recurseOpt = RECURSE_ALL;
-    param.dstFile = dir;
-    EXPECT_EQ(FileMigrateManager().MkDir(param), 0);
-    struct stat st = Lstat(dir);
-    EXPECT_TRUE(S_ISDIR(st.st_mode));
-    EXPECT_EQ(st.st_uid, 20010099u);
-    EXPECT_EQ(st.st_gid, 20010098u);
-    EXPECT_EQ(st.st_mode & 07777, 0700u);
-}
-
-TEST_F(EndToEndTest, ComposedCopyCopiesThenChangesOwnerAndMode) {
+TEST_F(EndToEndTest, PreparedDirectoryAndComposedCopyGetOwnerGroupAndMode) {
+    const std::string dir = APP_ROOT + "/100/base/com.example.account/haps/backup/files/ath/ce";
     const std::string src = WORK_ROOT + "/plugins/200/back/100/account_manager_db.json";
-    const std::string dst = APP_ROOT + "/100/files/account_manager_db.json";
     WriteFile(src, "{\"name\":\"user\"}", 0644);
-    std::filesystem::create_directories(APP_ROOT + "/100/files");
     FileParam param{};
     param.uid = "20010099";
     param.gid = "20010098";
     param.perm = "0700";
     param.recurseOpt = RECURSE_ALL;
-    param.dstFile = dst;
+    param.dstFile = dir + "/";
+    FileMigrateManager manager;
+    EXPECT_EQ(manager.MkDir(param), 0);
+    ExpectOwnedDirectoryOrFile(dir, true);
 
-    EXPECT_EQ(FileMigrateManager().CopyAllFile(src, param), 0);
-    EXPECT_EQ(ReadFile(dst), "{\"name\":\"user\"}");
-    struct stat st = Lstat(dst);
-    EXPECT_EQ(st.st_uid, 20010099u);
-    EXPECT_EQ(st.st_gid, 20010098u);
-    EXPECT_EQ(st.st_mode & 07777, 0700u);
+    param.dstFile = dir + "/account_manager_db.json";
+    EXPECT_EQ(manager.CopyAllFile(src, param), 0);
+    EXPECT_EQ(ReadFile(param.dstFile), "{\"name\":\"user\"}");
+    ExpectOwnedDirectoryOrFile(param.dstFile, false);
 
     std::vector<int32_t> types;
     for (const auto &entry : service_->Journal().Entries()) {
         types.push_back(entry.request.type);
         EXPECT_EQ(entry.outcome, Zarvo::Host::JournalOutcome::SERVED);
-        EXPECT_EQ(entry.connection, service_->Journal().Entries().front().connection);
     }
-    EXPECT_EQ(types, (std::vector<int32_t>{7, 13, 14}));
+    EXPECT_EQ(types, (std::vector<int32_t>{PREPARE_DIR, COPY_ALL_FILE, CHOWN, CHMOD}));
 }
 
 TEST_F(EndToEndTest, ListsAndTestsCarryTheServiceAnswers) {
@@ -81,7 +69,7 @@ TEST_F(EndToEndTest, ListsAndTestsCarryTheServiceAnswers) {
 
 TEST_F(EndToEndTest, InjectedNoSpaceFailureReachesTheCallerAsTwentyEight) {
     Zarvo::Host::FaultRule rule;
-    rule.type = 12;
+    rule.type = MK_DIR;
     rule.errCode = 28;
     service_->Faults().Add(rule);
     EXPECT_EQ(FileMigrateManager().MkDir(WORK_ROOT + "/full", RECURSE_ALL), 28);

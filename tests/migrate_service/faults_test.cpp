@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
-#include <poll.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <fstream>
 
 #include "service_fixture.h"
@@ -14,18 +13,27 @@ using Zarvo::Host::MigrateOp;
 
 namespace {
 
-class FaultsTest : public ServiceFixture {};
+class FaultsTest : public ServiceFixture {
+protected:
+    void AddRule(std::optional<MigrateOp> op, FaultAction action, int32_t count, int32_t result = -1) {
+        FaultRule rule;
+        if (op) {
+            rule.type = static_cast<int32_t>(*op);
+        }
+        rule.action = action;
+        rule.count = count;
+        rule.result = result;
+        rule.errCode = 28;
+        rule.stallMs = 60000;
+        service_->Faults().Add(rule);
+    }
+};
 
-TEST_F(FaultsTest, FailRuleAnswersTheNextRequestsOfItsOperationOnly) {
+TEST_F(FaultsTest, FailRulesAnswerTheNextRequestsOfTheirOperationOnly) {
     WriteFile(WORK_ROOT + "/f", "x");
-    FaultRule rule;
-    rule.type = static_cast<int32_t>(MigrateOp::COPY_ALL_FILE);
-    rule.result = -1;
-    rule.errCode = 28;
-    rule.count = 2;
-    service_->Faults().Add(rule);
-
-    RawRequest copy = Request(MigrateOp::COPY_ALL_FILE, WORK_ROOT + "/f", WORK_ROOT + "/g");
+    AddRule(MigrateOp::COPY_ALL_FILE, FaultAction::FAIL, 2);
+    AddRule(MigrateOp::IS_DIR, FaultAction::FAIL, -1, 7);  // a negative count never runs out
+    auto copy = Request(MigrateOp::COPY_ALL_FILE, WORK_ROOT + "/f", WORK_ROOT + "/g");
     EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, WORK_ROOT + "/f")).result, 0);
     for (int i = 0; i < 2; ++i) {
         RawReply reply = Exchange(copy);
@@ -36,61 +44,44 @@ TEST_F(FaultsTest, FailRuleAnswersTheNextRequestsOfItsOperationOnly) {
     }
     EXPECT_EQ(Exchange(copy).result, 0);
     EXPECT_TRUE(Exists(WORK_ROOT + "/g"));
-    EXPECT_TRUE(service_->Faults().Pending().empty());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Exchange(Request(MigrateOp::IS_DIR, WORK_ROOT)).result, 7);
+    }
+    EXPECT_EQ(service_->Faults().Pending().size(), 1u);
 }
 
 TEST_F(FaultsTest, DropRuleClosesAfterReadingWithoutDoingTheOperation) {
-    FaultRule rule;
-    rule.action = FaultAction::DROP;
-    service_->Faults().Add(rule);
+    AddRule(std::nullopt, FaultAction::DROP, 1);
     RawConnection connection;
-    RawRequest mkdir = Request(MigrateOp::MK_DIR, WORK_ROOT + "/dropped");
-    ASSERT_TRUE(connection.SendBytes(mkdir.Bytes()));
+    auto mkdir = Request(MigrateOp::MK_DIR, WORK_ROOT + "/dropped");
+    ASSERT_TRUE(connection.SendBytes(RequestBytes(mkdir)));
     EXPECT_TRUE(connection.PeerClosed());
     EXPECT_FALSE(Exists(WORK_ROOT + "/dropped"));
     EXPECT_EQ(LastJournalEntry().outcome, JournalOutcome::DROPPED);
     EXPECT_EQ(Exchange(mkdir).result, 0) << "the rule was used up";
 }
 
-TEST_F(FaultsTest, NegativeCountNeverRunsOut) {
-    FaultRule rule;
-    rule.count = -1;
-    rule.result = 7;
-    service_->Faults().Add(rule);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(Exchange(Request(MigrateOp::IS_DIR, WORK_ROOT)).result, 7);
-    }
-    EXPECT_EQ(service_->Faults().Pending().size(), 1u);
-}
-
-TEST_F(FaultsTest, StalledRequestDoesNotHoldUpOtherConnections) {
-    FaultRule rule;
-    rule.action = FaultAction::STALL;
-    rule.stallMs = 60000;
-    service_->Faults().Add(rule);
+TEST_F(FaultsTest, StalledOrHalfSentRequestsDoNotHoldUpOtherConnections) {
+    AddRule(std::nullopt, FaultAction::STALL, 1);
     RawConnection stalled;
-    ASSERT_TRUE(stalled.SendBytes(Request(MigrateOp::IS_DIR, WORK_ROOT).Bytes()));
+    ASSERT_TRUE(stalled.SendBytes(RequestBytes(Request(MigrateOp::IS_DIR, WORK_ROOT))));
     // Wait until the stalled request has taken the rule, so the next request is not stalled.
     for (int i = 0; i < 2000 && !service_->Faults().Pending().empty(); ++i) {
         usleep(1000);
     }
     ASSERT_TRUE(service_->Faults().Pending().empty());
-
     EXPECT_EQ(Exchange(Request(MigrateOp::IS_DIR, WORK_ROOT)).result, 0);
     {
-        // A client that stops halfway through its request holds up nobody either.
         RawConnection half;
         ASSERT_TRUE(half.SendBytes(std::string(100, '\0')));
         EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, WORK_ROOT)).result, 0);
     }
     bool incomplete = false;
     for (int i = 0; i < 2000 && !incomplete; ++i) {
-        auto entries = service_->Journal().Entries();
-        incomplete = !entries.empty() && entries.back().outcome == JournalOutcome::INCOMPLETE;
+        incomplete = LastJournalEntry().outcome == JournalOutcome::INCOMPLETE;
         usleep(1000);
     }
     EXPECT_TRUE(incomplete) << "the half request is journalled once its client goes";
-
     service_->Stop();
     EXPECT_TRUE(stalled.PeerClosed()) << "stopping ends a stall";
 }
@@ -105,26 +96,26 @@ TEST(FaultDescriptionTest, RulesReadByNameNumberOrAnyWithDefaults) {
         rules, error))
         << error;
     ASSERT_EQ(rules.size(), 3u);
-    EXPECT_EQ(rules[0].type, 13);
-    EXPECT_EQ(rules[0].result, 5);
-    EXPECT_EQ(rules[0].errCode, 1);
-    EXPECT_EQ(rules[0].count, 3);
-    EXPECT_EQ(rules[1].type, 7);
-    EXPECT_EQ(rules[1].action, FaultAction::DROP);
-    EXPECT_EQ(rules[1].count, 1);
+    EXPECT_EQ(
+        std::make_tuple(rules[0].type, rules[0].action, rules[0].result, rules[0].errCode, rules[0].count),
+        std::make_tuple(std::optional<int32_t>(13), FaultAction::FAIL, 5, 1, 3));
+    EXPECT_EQ(
+        std::make_tuple(rules[1].type, rules[1].action, rules[1].result, rules[1].errCode, rules[1].count),
+        std::make_tuple(std::optional<int32_t>(7), FaultAction::DROP, -1, 5, 1));
     EXPECT_FALSE(rules[2].type.has_value());
     EXPECT_EQ(rules[2].action, FaultAction::STALL);
     EXPECT_EQ(rules[2].stallMs, 20);
 }
 
 TEST(FaultDescriptionTest, MistakesAreReportedWithTheRuleNumber) {
-    for (const std::string &text : {std::string(R"({"faults": [{"action": "explode"}]})"),
-                                    std::string(R"({"faults": [{"action": "fail", "operation": "COPY"}]})"),
-                                    std::string(R"({"faults": [{"action": "fail", "count": "two"}]})"),
-                                    std::string(R"({"faults": [{"action": "stall", "stallMs": -1}]})")}) {
+    for (const char *faults :
+         {R"([{"action": "explode"}])", R"([{"action": "fail", "operation": "COPY"}])",
+          R"([{"action": "fail", "count": "two"}])", R"([{"action": "stall", "stallMs": -1}])"}) {
         std::vector<FaultRule> rules;
         std::string error;
-        EXPECT_FALSE(Zarvo::Host::ParseFaultDescription(text, rules, error)) << text;
+        EXPECT_FALSE(
+            Zarvo::Host::ParseFaultDescription(std::string(R"({"faults": )") + faults + "}", rules, error))
+            << faults;
         EXPECT_EQ(error.rfind("fault 0: ", 0), 0u) << error;
     }
     std::vector<FaultRule> rules;
@@ -133,20 +124,11 @@ TEST(FaultDescriptionTest, MistakesAreReportedWithTheRuleNumber) {
     EXPECT_FALSE(Zarvo::Host::ParseFaultDescription(R"({"faults": {}})", rules, error));
 }
 
-TEST(FaultDescriptionTest, DeviceStateFileCarriesFaultsUnderItsOwnKeyOnly) {
-    const std::string path = "/data/device_state.json";
-    std::ofstream(path) << R"({"accounts": [{"id": 100}],
-                               "migrateService": {"faults": [{"operation": "MK_DIR", "action": "fail"}]}})";
+TEST(FaultDescriptionTest, DeviceStateFileWithoutTheServiceKeyHasNoFaults) {
+    std::ofstream("/data/device_state.json") << R"({"accounts": []})";
     std::vector<FaultRule> rules;
     std::string error;
-    ASSERT_TRUE(Zarvo::Host::LoadDeviceStateFaults(path, rules, error)) << error;
-    ASSERT_EQ(rules.size(), 1u);
-    EXPECT_EQ(rules[0].type, 12);
-    EXPECT_EQ(rules[0].errCode, 5);
-
-    std::ofstream(path, std::ios::trunc) << R"({"accounts": []})";
-    rules.clear();
-    EXPECT_TRUE(Zarvo::Host::LoadDeviceStateFaults(path, rules, error));
+    EXPECT_TRUE(Zarvo::Host::LoadDeviceStateFaults("/data/device_state.json", rules, error)) << error;
     EXPECT_TRUE(rules.empty());
     EXPECT_FALSE(Zarvo::Host::LoadDeviceStateFaults("/data/none.json", rules, error));
     EXPECT_NE(error.find("/data/none.json"), std::string::npos);

@@ -2,21 +2,19 @@
 
 #include <cstring>
 
-#include "migrate_service/migrate_protocol.h"
+#include "migrate_peers.h"
 
 using namespace Zarvo::Host;
+using Zarvo::Testing::RequestBytes;
 
 namespace {
 
 TEST(ProtocolTest, DecodeNamesTheFirstUnterminatedFieldInWireOrder) {
-    unsigned char buf[REQUEST_LENGTH] = {};
-    int32_t type = 7;
-    int32_t recurse = 2;
-    std::memcpy(buf, &type, 4);
-    std::memcpy(buf + 2132, &recurse, 4);
-    std::memcpy(buf + 4, "/src", 4);
-    std::memset(buf + 2052, 'u', 32);
-    std::memset(buf + 1028, 'd', 1024);
+    MigrateRequest sent = Zarvo::Testing::Request(MigrateOp::COPY_ALL_FILE, "/src", std::string(1024, 'd'));
+    sent.uid = std::string(32, 'u');
+    sent.recurseOpt = 2;
+    unsigned char buf[REQUEST_LENGTH];
+    std::memcpy(buf, RequestBytes(sent).data(), REQUEST_LENGTH);
     MigrateRequest request;
     std::string bad;
     EXPECT_FALSE(DecodeRequest(buf, request, bad));
@@ -36,32 +34,17 @@ TEST(ProtocolTest, DecodeNamesTheFirstUnterminatedFieldInWireOrder) {
 }
 
 TEST(ProtocolTest, ReplyIsAHeaderAndNumberedPackages) {
-    MigrateReply reply{-1, 28, {"a:1,b", std::string(5000, 'x')}};
-    std::string bytes = EncodeReply(reply);
-    ASSERT_EQ(bytes.size(), 12u + 2 * 4096u);
-    int32_t fields[3];
-    std::memcpy(fields, bytes.data(), 12);
-    EXPECT_EQ(fields[0], -1);
-    EXPECT_EQ(fields[1], 28);
-    EXPECT_EQ(fields[2], 2);
-    for (int32_t i = 0; i < 2; ++i) {
-        int32_t head[2];
-        std::memcpy(head, bytes.data() + 12 + i * 4096, 8);
-        EXPECT_EQ(head[0], 2);
-        EXPECT_EQ(head[1], i);
-    }
-    EXPECT_STREQ(bytes.c_str() + 20, "a:1,b");
-    EXPECT_EQ(std::strlen(bytes.c_str() + 12 + 4096 + 8), 4087u) << "a text keeps room for its NUL";
+    std::string bytes = EncodeReply(MigrateReply{-1, 28, {"a:1,b", std::string(5000, 'x')}});
+    std::string longText(4087, 'x');  // a text keeps room for its NUL
+    EXPECT_EQ(bytes, Zarvo::Testing::ReplyHeader(-1, 28, 2) + Zarvo::Testing::Package(2, 0, "a:1,b") +
+                         Zarvo::Testing::Package(2, 1, longText));
 }
 
 TEST(ProtocolTest, PathListPackingFillsPackagesAndKeepsEntriesWhole) {
     std::vector<std::string> texts;
     std::string half(2043, 'h');  // two of them and a comma fill a package's 4,087 bytes exactly
     ASSERT_TRUE(PackPathList({half, half, "next"}, texts));
-    ASSERT_EQ(texts.size(), 2u);
-    EXPECT_EQ(texts[0], half + "," + half);
-    EXPECT_EQ(texts[1], "next");
-
+    EXPECT_EQ(texts, (std::vector<std::string>{half + "," + half, "next"}));
     texts.clear();
     EXPECT_TRUE(PackPathList({}, texts));
     EXPECT_TRUE(texts.empty());
