@@ -81,39 +81,30 @@ TEST(MigrateWrapperMsgTest, EveryFieldSitsAtItsOffsetZeroPaddedAndHoldsItsWidthL
 }
 
 TEST(MigrateWrapperMsgTest, RequiredFieldsPerTypeAreCheckedSourceFirst) {
-    struct Case {
-        FileMigrateType type;
-        std::string src, uid, gid, perm, dst;
-        std::string failure;  // empty: valid
+    const FileParam none{}, dst{RECURSE_NONE, "", "", "", "/d", ""};
+    const FileParam uid{RECURSE_NONE, "1", "", "", "", ""}, gid{RECURSE_NONE, "", "1", "", "", ""};
+    const std::vector<std::tuple<FileMigrateType, std::string, FileParam, std::string>> cases = {
+        {COPY_ALL_FILE, "", none, "invalid srcFile!"},
+        {PREPARE_DIR, "", dst, "invalid srcFile!"},
+        {COPY_ALL_FILE, "/s", none, "invalid dstFile!"},
+        {MOVE_SUB_FILE, "/s", none, "invalid dstFile!"},
+        {MOVE_ALL_FILE, "/s", none, "invalid dstFile!"},
+        {COPY_SUB_FILE, "/s", none, "invalid dstFile!"},
+        {CHOWN, "/s", none, "invalid gid uid!"},
+        {CHOWN, "/s", uid, ""},
+        {CHOWN, "/s", gid, ""},
+        {CHMOD, "/s", uid, "invalid perm!"},
+        {MK_DIR, "/s", none, ""},
+        {static_cast<FileMigrateType>(99), "/s", none, ""},
     };
-    const std::vector<Case> cases = {
-        {COPY_ALL_FILE, "", "", "", "", "", "invalid srcFile!"},
-        {PREPARE_DIR, "", "", "", "", "/d", "invalid srcFile!"},
-        {COPY_ALL_FILE, "/s", "", "", "", "", "invalid dstFile!"},
-        {MOVE_SUB_FILE, "/s", "", "", "", "", "invalid dstFile!"},
-        {MOVE_ALL_FILE, "/s", "", "", "", "", "invalid dstFile!"},
-        {COPY_SUB_FILE, "/s", "", "", "", "", "invalid dstFile!"},
-        {CHOWN, "/s", "", "", "", "", "invalid gid uid!"},
-        {CHOWN, "/s", "1", "", "", "", ""},
-        {CHOWN, "/s", "", "1", "", "", ""},
-        {CHMOD, "/s", "1", "1", "", "", "invalid perm!"},
-        {MK_DIR, "/s", "", "", "", "", ""},
-        {static_cast<FileMigrateType>(99), "/s", "", "", "", "", ""},
-    };
-    for (const Case &c : cases) {
+    for (const auto &[type, src, param, failure] : cases) {
         ResetCaptures();
-        FileParam param{};
-        param.uid = c.uid;
-        param.gid = c.gid;
-        param.perm = c.perm;
-        param.dstFile = c.dst;
-        EXPECT_EQ(MigrateWrapperMsg().VerifyMsg(c.type, c.src, param), c.failure.empty())
-            << c.type << c.failure;
+        EXPECT_EQ(MigrateWrapperMsg().VerifyMsg(type, src, param), failure.empty()) << type << failure;
         std::vector<LogLine> expected;
-        if (!c.failure.empty()) {
-            expected.push_back({LOG_ERROR, c.failure});
+        if (!failure.empty()) {
+            expected.push_back({LOG_ERROR, failure});
         }
-        EXPECT_EQ(PluginLogLines(), expected) << c.type;
+        EXPECT_EQ(PluginLogLines(), expected) << type;
     }
 }
 

@@ -15,15 +15,11 @@ namespace {
 
 class ConfinementTest : public ServiceFixture {
 protected:
-    static RawReply Chown(const std::string &path, const std::string &uid, int32_t recurseOpt = 0) {
-        auto request = Request(MigrateOp::CHOWN, path);
-        request.uid = request.gid = uid;
-        request.recurseOpt = recurseOpt;
-        return Exchange(request);
-    }
-    static RawReply Chmod(const std::string &path, const std::string &perm, int32_t recurseOpt = 0) {
-        auto request = Request(MigrateOp::CHMOD, path);
-        request.perm = perm;
+    // CHOWN to `value` as both owner and group, or CHMOD to `value`.
+    static RawReply Change(MigrateOp op, const std::string &path, const std::string &value,
+                           int32_t recurseOpt = 0) {
+        auto request = Request(op, path);
+        request.uid = request.gid = request.perm = value;
         request.recurseOpt = recurseOpt;
         return Exchange(request);
     }
@@ -80,16 +76,16 @@ TEST_F(ConfinementTest, LinkToEtcInsideARootDoesNotLeadThere) {
     EXPECT_EQ(Exchange(Request(MigrateOp::COPY_ALL_FILE, link + "/passwd", APP_ROOT + "/passwd")).errCode,
               ELOOP);
     EXPECT_FALSE(Exists(APP_ROOT + "/passwd"));
-    EXPECT_EQ(Chown(link + "/passwd", std::to_string(passwd.st_uid)).errCode, ELOOP);
-    EXPECT_EQ(Chmod(link + "/passwd", mode).errCode, ELOOP);
+    EXPECT_EQ(Change(MigrateOp::CHOWN, link + "/passwd", std::to_string(passwd.st_uid)).errCode, ELOOP);
+    EXPECT_EQ(Change(MigrateOp::CHMOD, link + "/passwd", mode).errCode, ELOOP);
     EXPECT_EQ(Exchange(Request(MigrateOp::REMOVE_FILE, link + "/no-such-file-here")).errCode, ELOOP);
     EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, link + "/passwd")).errCode, ELOOP);
     EXPECT_EQ(Exchange(Request(MigrateOp::MK_DIR, link + "/migrate-test-dir")).errCode, ELOOP);
     EXPECT_FALSE(Exists("/etc/migrate-test-dir"));
 
     // On the link itself: re-owned as a link, never given a mode, copied as a link, removed as one.
-    EXPECT_EQ(Chmod(link, "0755").errCode, EOPNOTSUPP);
-    EXPECT_EQ(Chown(link, "4321").result, 0);
+    EXPECT_EQ(Change(MigrateOp::CHMOD, link, "0755").errCode, EOPNOTSUPP);
+    EXPECT_EQ(Change(MigrateOp::CHOWN, link, "4321").result, 0);
     EXPECT_EQ(Lstat(link).st_uid, 4321u);
     EXPECT_EQ(Exchange(Request(MigrateOp::COPY_ALL_FILE, link, APP_ROOT + "/copied")).result, 0);
     EXPECT_TRUE(S_ISLNK(Lstat(APP_ROOT + "/copied").st_mode));
@@ -110,8 +106,8 @@ TEST_F(ConfinementTest, TreeOperationsNeverCrossALinkOutOfTheRoot) {
     ASSERT_EQ(symlink(OUTSIDE.c_str(), (WORK_ROOT + "/tree/out").c_str()), 0);
     ASSERT_EQ(symlink((OUTSIDE + "/target").c_str(), (WORK_ROOT + "/dst").c_str()), 0);
 
-    EXPECT_EQ(Chown(WORK_ROOT + "/tree", "777", 2).result, 0);
-    EXPECT_EQ(Chmod(WORK_ROOT + "/tree", "0777", 2).result, 0);
+    EXPECT_EQ(Change(MigrateOp::CHOWN, WORK_ROOT + "/tree", "777", 2).result, 0);
+    EXPECT_EQ(Change(MigrateOp::CHMOD, WORK_ROOT + "/tree", "0777", 2).result, 0);
     EXPECT_EQ(Lstat(WORK_ROOT + "/tree/own").st_uid, 777u);
     EXPECT_EQ(Lstat(OUTSIDE + "/secret").st_uid, 0u);
     EXPECT_EQ(Lstat(OUTSIDE + "/secret").st_mode & 0777, 0600u);
