@@ -1,8 +1,10 @@
-#include "xml_canonical.h"
+#include "xml_test_util.h"
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <fstream>
+#include <iterator>
 #include <memory>
 
 namespace Zarvo::Testing {
@@ -13,8 +15,8 @@ using Doc = std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)>;
 Doc Read(const std::string &xml, bool recover) {
     int options =
         XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | (recover ? XML_PARSE_RECOVER : 0);
-    return Doc(xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, options),
-               &xmlFreeDoc);
+    Doc doc(xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, options), &xmlFreeDoc);
+    return xmlDocGetRootElement(doc.get()) == nullptr ? Doc(nullptr, &xmlFreeDoc) : std::move(doc);
 }
 
 std::string Str(const xmlChar *text) {
@@ -51,18 +53,21 @@ void Describe(xmlNodePtr element, std::string &out) {
 }  // namespace
 
 bool ParsesStrictly(const std::string &xml) {
-    Doc doc = Read(xml, false);
-    return doc != nullptr && xmlDocGetRootElement(doc.get()) != nullptr;
+    return Read(xml, false) != nullptr;
 }
 
 std::string Canonical(const std::string &xml, bool recover) {
     Doc doc = Read(xml, recover);
-    if (doc == nullptr || xmlDocGetRootElement(doc.get()) == nullptr) {
-        return "";
-    }
     std::string out;
-    Describe(xmlDocGetRootElement(doc.get()), out);
+    if (doc != nullptr) {
+        Describe(xmlDocGetRootElement(doc.get()), out);
+    }
     return out;
+}
+
+std::string ReadFile(const std::filesystem::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace Zarvo::Testing

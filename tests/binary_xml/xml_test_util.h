@@ -1,9 +1,9 @@
-#ifndef ZARVO_TESTS_XML_CANONICAL_H
-#define ZARVO_TESTS_XML_CANONICAL_H
+#ifndef ZARVO_TESTS_XML_TEST_UTIL_H
+#define ZARVO_TESTS_XML_TEST_UTIL_H
 
+#include <filesystem>
 #include <string>
 
-// Structural comparison of XML documents through libxml2.
 namespace Zarvo::Testing {
 
 // Whether libxml2 reads `xml` without recovery and finds a root element.
@@ -14,6 +14,8 @@ bool ParsesStrictly(const std::string &xml);
 // With `recover`, libxml2 reads the way the plug-in does (keeping the first root).
 std::string Canonical(const std::string &xml, bool recover = false);
 
+std::string ReadFile(const std::filesystem::path &path);
+
 }  // namespace Zarvo::Testing
 
-#endif  // ZARVO_TESTS_XML_CANONICAL_H
+#endif  // ZARVO_TESTS_XML_TEST_UTIL_H
