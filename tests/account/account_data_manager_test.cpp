@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "account_fixture.h"
 #include "captured_log.h"
@@ -18,7 +19,7 @@ using Testing::LogLine;
 constexpr int ERROR = 6;
 constexpr int INFO = 4;
 const std::string CHECK_FAILED = "DoRestoreData failed, check source data return false.";
-const std::string PARSE_FAILED = "DoRestoreData failed, parsing database return false.";
+const std::string NO_CVID_ACCOUNT = "QueryAccountsFromDB success, accounts db has no cvid data.";
 
 AccountSA::OsAccountInfo Account(int id, bool active) {
     AccountSA::OsAccountInfo info(id, "user" + std::to_string(id), AccountSA::OsAccountType::NORMAL, id);
@@ -32,49 +33,42 @@ protected:
         Host::ResetToTypicalDevice();
         Testing::ResetCaptures();
     }
-
-    std::vector<std::string> Texts() { return Testing::PluginLogTexts(); }
 };
 
-TEST_F(AccountDataManagerTest, NoOsAccountsEndsTheRestoreWithCodeZero) {
-    Host::ClearDeviceState();
-    AccountDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    EXPECT_FALSE(manager.IsAdminUser());
-    EXPECT_EQ(Testing::PluginLogLines(),
-              (std::vector<LogLine>{{ERROR, "GetCurrentUserId get system account error, err is 0"},
-                                    {ERROR, CHECK_FAILED}}));
-}
-
-TEST_F(AccountDataManagerTest, AFailingAccountQueryIsLoggedWithItsCode) {
-    Host::InjectFault("QueryAllCreatedOsAccounts", 4194305, 1);
-    AccountDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    EXPECT_EQ(Texts(), (std::vector<std::string>{"GetCurrentUserId get system account error, err is 4194305",
-                                                 CHECK_FAILED}));
-}
-
-TEST_F(AccountDataManagerTest, NoActiveAccountFailsWithOnlyTheCheckLine) {
-    Host::SetOsAccounts({Account(100, false), Account(101, false)});
-    AccountDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    EXPECT_FALSE(manager.IsAdminUser());
-    EXPECT_EQ(Texts(), (std::vector<std::string>{CHECK_FAILED}));
-}
-
-TEST_F(AccountDataManagerTest, TheFirstActiveAccountIsTheUserAndItsDatabaseMustExist) {
-    Host::SetOsAccounts({Account(100, false), Account(101, true), Account(102, true)});
-    std::filesystem::create_directories(Testing::UserBackDir(101));
-    Testing::WriteUserAccountsDb(102, Testing::CvidAccountDb());
-    AccountDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
-    EXPECT_FALSE(manager.IsAdminUser());
-    EXPECT_EQ(Testing::PluginLogLines(),
-              (std::vector<LogLine>{{ERROR,
-                                     "CheckDbFileExist file is not exist errno is 2, sourceDbPath_ is "
-                                     "/data/service/el1/public/update/migrate_server/plugins/200/back/101/"
-                                     "accounts_ce.db"},
-                                    {ERROR, CHECK_FAILED}}));
+TEST_F(AccountDataManagerTest, EachSourceCheckFailureEndsTheRestoreWithItsLine) {
+    struct Case {
+        std::function<void()> arrange;
+        std::vector<LogLine> lines;
+    };
+    const std::vector<Case> cases = {
+        {[] { Host::ClearDeviceState(); },
+         {{ERROR, "GetCurrentUserId get system account error, err is 0"}, {ERROR, CHECK_FAILED}}},
+        {[] { Host::InjectFault("QueryAllCreatedOsAccounts", 4194305, 1); },
+         {{ERROR, "GetCurrentUserId get system account error, err is 4194305"}, {ERROR, CHECK_FAILED}}},
+        {[] {
+             Host::SetOsAccounts({Account(100, false), Account(101, false)});
+         },
+         {{ERROR, CHECK_FAILED}}},
+        // The first active account is the user, and its own database must exist.
+        {[] {
+             Host::SetOsAccounts({Account(100, false), Account(101, true), Account(102, true)});
+             std::filesystem::create_directories(Testing::UserBackDir(101));
+             Testing::WriteUserAccountsDb(102, Testing::CvidAccountDb());
+         },
+         {{ERROR,
+           "CheckDbFileExist file is not exist errno is 2, sourceDbPath_ is "
+           "/data/service/el1/public/update/migrate_server/plugins/200/back/101/accounts_ce.db"},
+          {ERROR, CHECK_FAILED}}},
+    };
+    for (const Case &c : cases) {
+        Host::ResetToTypicalDevice();
+        c.arrange();
+        Testing::ResetCaptures();
+        AccountDataManager manager;
+        EXPECT_FALSE(manager.DoRestoreData());
+        EXPECT_FALSE(manager.IsAdminUser());
+        EXPECT_EQ(Testing::PluginLogLines(), c.lines);
+    }
 }
 
 TEST_F(AccountDataManagerTest, IsAdminUserOnlyForUserOneHundred) {
@@ -87,147 +81,101 @@ TEST_F(AccountDataManagerTest, IsAdminUserOnlyForUserOneHundred) {
     }
 }
 
-TEST_F(AccountDataManagerTest, ADatabaseThatNeverOpensIsTriedFourTimes) {
+TEST_F(AccountDataManagerTest, ADatabaseIsOpenedInAtMostFourAttempts) {
     Testing::WriteUserAccountsDb(100, Testing::CvidAccountDb());
     Host::InjectFault("GetRdbStore", 14800004);
-    AccountDataManager manager;
-    EXPECT_FALSE(manager.DoRestoreData());
+    AccountDataManager failing;
+    EXPECT_FALSE(failing.DoRestoreData());
     EXPECT_EQ(Host::CallCount("GetRdbStore"), 4);
-    const std::string initFailed = "InitRdb failed, rdb_ is nullptr, err = 14800004";
-    const std::string retry = "OpenDbFile fail, will retry after 10 milliseconds";
-    EXPECT_EQ(Testing::PluginLogLines(), (std::vector<LogLine>{
-                                             {ERROR, initFailed},
-                                             {INFO, retry},
-                                             {ERROR, initFailed},
-                                             {INFO, retry},
-                                             {ERROR, initFailed},
-                                             {INFO, retry},
-                                             {ERROR, initFailed},
-                                             {ERROR, "OpenDbFile fail after retry 3 times"},
-                                             {ERROR, CHECK_FAILED},
-                                         }));
-}
+    const LogLine initFailed{ERROR, "InitRdb failed, rdb_ is nullptr, err = 14800004"};
+    const LogLine retry{INFO, "OpenDbFile fail, will retry after 10 milliseconds"};
+    EXPECT_EQ(Testing::PluginLogLines(), (std::vector<LogLine>{initFailed,
+                                                               retry,
+                                                               initFailed,
+                                                               retry,
+                                                               initFailed,
+                                                               retry,
+                                                               initFailed,
+                                                               {ERROR, "OpenDbFile fail after retry 3 times"},
+                                                               {ERROR, CHECK_FAILED}}));
 
-TEST_F(AccountDataManagerTest, ADatabaseThatOpensAtTheThirdAttemptIsRead) {
-    Testing::WriteUserAccountsDb(100, Testing::CvidAccountDb());
+    Host::ResetToTypicalDevice();
     Host::InjectFault("GetRdbStore", 14800004, 2);
-    AccountDataManager manager;
-    ASSERT_TRUE(manager.CheckSourceData());
+    Testing::ResetCaptures();
+    AccountDataManager third;
+    ASSERT_TRUE(third.CheckSourceData());
     EXPECT_EQ(Host::CallCount("GetRdbStore"), 3);
-    EXPECT_EQ(Testing::CountPluginLines("OpenDbFile fail, will retry after 10 milliseconds"), 2u);
-    AccountDataInfo info{};
-    bool hasData = false;
-    EXPECT_TRUE(manager.ParseDataBase(info, hasData));
-    EXPECT_TRUE(hasData);
-    EXPECT_EQ(info.authtoken, "a1b2");
+    EXPECT_EQ(Testing::CountPluginLines(retry.text), 2u);
 }
 
 TEST_F(AccountDataManagerTest, NoAccountOfTheServiceIsASuccessWithoutAFile) {
     Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
     content.accounts.pop_back();
-    content.locale.reset();
-    std::string db = Testing::WriteUserAccountsDb(100, content);
+    Testing::WriteUserAccountsDb(100, content);
     AccountDataManager manager;
     EXPECT_TRUE(manager.DoRestoreData());
     EXPECT_TRUE(manager.IsAdminUser());
     EXPECT_EQ(Testing::PluginLogLines(),
-              (std::vector<LogLine>{{INFO, "QueryAccountsFromDB success, accounts db has no cvid data."},
+              (std::vector<LogLine>{{INFO, NO_CVID_ACCOUNT},
                                     {INFO, "DoRestoreData success, database has no cvid data."}}));
     EXPECT_FALSE(std::filesystem::exists(Testing::UserBackDir(100) + ACCOUNT_JSON_NAME));
 }
 
-class ParseDataBaseTest : public AccountDataManagerTest {
-protected:
-    void Parse(const Fixtures::AccountsCeDb &content) {
-        Testing::WriteUserAccountsDb(100, content);
-        ASSERT_TRUE(manager_.CheckSourceData());
-        Testing::ResetCaptures();
-        result_ = manager_.ParseDataBase(info_, hasData_);
-    }
-
-    AccountDataManager manager_;
-    AccountDataInfo info_{};
-    bool hasData_ = true;
-    bool result_ = false;
-};
-
-TEST_F(ParseDataBaseTest, AMissingLocaleIsLoggedAndTolerated) {
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.locale.reset();
-    Parse(content);
-    EXPECT_TRUE(result_);
-    EXPECT_EQ(info_.locale, "");
-    EXPECT_EQ(info_.extras.size(), 2u);
-    EXPECT_EQ(
-        Testing::PluginLogLines(),
-        (std::vector<LogLine>{{ERROR, "GetMetadataFromDB failed, query metadata table return false."}}));
-}
-
-TEST_F(ParseDataBaseTest, AnEmptyLocaleCountsAsMissing) {
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.locale = "";
-    Parse(content);
-    EXPECT_TRUE(result_);
-    EXPECT_EQ(Texts(),
-              (std::vector<std::string>{"GetMetadataFromDB failed, query metadata table return false."}));
-}
-
-TEST_F(ParseDataBaseTest, AMissingTokenStopsBeforeTheExtras) {
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.authtokens.pop_back();
-    Parse(content);
-    EXPECT_FALSE(result_);
-    EXPECT_TRUE(info_.extras.empty());
-    EXPECT_EQ(
-        Testing::PluginLogLines(),
-        (std::vector<LogLine>{{ERROR, "GetAuthtokensFromDB failed, query authtokens table return false."},
-                              {ERROR, "ParseDataBase fail, get authtokens from db failed."}}));
-}
-
-TEST_F(ParseDataBaseTest, ATokenOfAnotherTypeOrEmptyCountsAsMissing) {
-    for (const std::optional<std::string> &token :
-         {std::optional<std::string>(), std::optional<std::string>("")}) {
+TEST_F(AccountDataManagerTest, ParseDataBaseRequiresTheTokenAndExtrasButNotTheLocale) {
+    const std::string noLocale = "GetMetadataFromDB failed, query metadata table return false.";
+    const std::string noToken = "GetAuthtokensFromDB failed, query authtokens table return false.";
+    const std::string parseFailed = "ParseDataBase fail, get authtokens from db failed.";
+    const std::string noExtras = "GetExtrasFromDB failed, query extras table return false.";
+    struct Case {
+        std::function<void(Fixtures::AccountsCeDb &)> change;
+        bool result;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Case> cases = {
+        {[](auto &db) { db.accounts.pop_back(); }, true, {NO_CVID_ACCOUNT}},
+        {[](auto &db) { db.locale.reset(); }, true, {noLocale}},
+        {[](auto &db) { db.locale = ""; }, true, {noLocale}},
+        {[](auto &db) { db.authtokens.pop_back(); }, false, {noToken, parseFailed}},
+        {[](auto &db) { db.authtokens.back().authtoken.reset(); }, false, {noToken, parseFailed}},
+        {[](auto &db) { db.authtokens.back().authtoken = ""; }, false, {noToken, parseFailed}},
+        // Only the first token row of the account counts, and only when its type is the account's.
+        {[](auto &db) {
+             db.authtokens.push_back({2, 3, "account.profile", std::string("x")});
+         },
+         false,
+         {noToken, parseFailed}},
+        {[](auto &db) {
+             db.extras = {{1, 1, "other account", std::string("x")}};
+         },
+         false,
+         {noExtras}},
+    };
+    for (size_t i = 0; i < cases.size(); ++i) {
         Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-        content.authtokens.back().authtoken = token;
-        AccountDataManager manager;
+        cases[i].change(content);
         Testing::WriteUserAccountsDb(100, content);
+        AccountDataManager manager;
         ASSERT_TRUE(manager.CheckSourceData());
         Testing::ResetCaptures();
         AccountDataInfo info{};
+        info.name = "kept";
         bool hasData = true;
-        EXPECT_FALSE(manager.ParseDataBase(info, hasData));
-        EXPECT_EQ(Testing::CountPluginLines("ParseDataBase fail, get authtokens from db failed."), 1u);
+        EXPECT_EQ(manager.ParseDataBase(info, hasData), cases[i].result) << i;
+        EXPECT_EQ(Testing::PluginLogTexts(), cases[i].lines) << i;
+        for (const auto &line : Testing::PluginLogLines()) {
+            EXPECT_EQ(line.level, line.text == NO_CVID_ACCOUNT ? INFO : ERROR) << line.text;
+        }
+        // Without an account of the service the record is left as it was.
+        EXPECT_EQ(hasData, i != 0) << i;
+        EXPECT_EQ(info.name, hasData ? "alice" : "kept") << i;
+        // The extras are read last, and only for an account with a token.
+        EXPECT_EQ(info.extras.size(), cases[i].result && hasData ? 2u : 0u) << i;
     }
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.authtokens.back().type = "oauth2:https://corvan.example/profile";
-    Parse(content);
-    EXPECT_FALSE(result_);
-    EXPECT_EQ(Texts(),
-              (std::vector<std::string>{"GetAuthtokensFromDB failed, query authtokens table return false.",
-                                        "ParseDataBase fail, get authtokens from db failed."}));
-}
-
-TEST_F(ParseDataBaseTest, NoExtrasFailsWithOneLine) {
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.extras = {{1, 1, "other account", std::string("x")}};
-    Parse(content);
-    EXPECT_FALSE(result_);
-    EXPECT_EQ(Testing::PluginLogLines(),
-              (std::vector<LogLine>{{ERROR, "GetExtrasFromDB failed, query extras table return false."}}));
-    AccountDataManager manager;
+    // The database of the last case, without extras, fails the whole restore.
     Testing::ResetCaptures();
+    AccountDataManager manager;
     EXPECT_FALSE(manager.DoRestoreData());
-    EXPECT_EQ(Texts().back(), PARSE_FAILED);
-}
-
-TEST_F(ParseDataBaseTest, NoAccountReadsNothingElse) {
-    Fixtures::AccountsCeDb content = Testing::CvidAccountDb();
-    content.accounts.pop_back();
-    Parse(content);
-    EXPECT_TRUE(result_);
-    EXPECT_FALSE(hasData_);
-    EXPECT_EQ(Texts(),
-              (std::vector<std::string>{"QueryAccountsFromDB success, accounts db has no cvid data."}));
+    EXPECT_EQ(Testing::PluginLogTexts().back(), "DoRestoreData failed, parsing database return false.");
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ std::string WriteUserAccountsDb(int userId, const Fixtures::AccountsCeDb &conten
 
 Fixtures::AccountsCeDb CvidAccountDb() {
     Fixtures::AccountsCeDb db;
-    db.locale = "en_US";
     db.accounts = {{1, "alice@mail.example", "com.example.mail", std::nullopt},
                    {3, "alice", Fixtures::CVID_ACCOUNT_TYPE, std::nullopt}};
     db.authtokens = {{1, 1, "oauth2:mail", std::string("mail-token")},
@@ -41,30 +40,22 @@ std::string ReadFileBytes(const std::string &path) {
     return bytes.str();
 }
 
-std::string DumpTables(const std::string &dbPath) {
+std::string Query(const std::string &dbPath, const std::string &sql) {
     sqlite3 *db = nullptr;
-    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return "cannot open " + dbPath;
+    std::string rows;
+    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        auto append = [](void *out, int columns, char **values, char **) {
+            auto &text = *static_cast<std::string *>(out);
+            for (int i = 0; i < columns; ++i) {
+                text += std::string(values[i] == nullptr ? "NULL" : values[i]) + '|';
+            }
+            text += '\n';
+            return 0;
+        };
+        sqlite3_exec(db, sql.c_str(), append, &rows, nullptr);
     }
-    std::ostringstream dump;
-    auto append = [](void *out, int columns, char **values, char **) {
-        auto &stream = *static_cast<std::ostringstream *>(out);
-        for (int i = 0; i < columns; ++i) {
-            stream << (values[i] == nullptr ? "NULL" : values[i]) << '|';
-        }
-        stream << '\n';
-        return 0;
-    };
-    sqlite3_exec(db, "SELECT type, name, sql FROM sqlite_master ORDER BY name", append, &dump, nullptr);
-    for (const char *table : {"android_metadata", "accounts", "authtokens", "extras", "sqlite_sequence"}) {
-        std::string sql = std::string("SELECT * FROM ") + table + " ORDER BY rowid";
-        dump << "-- " << table << '\n';
-        sqlite3_exec(db, sql.c_str(), append, &dump, nullptr);
-    }
-    sqlite3_exec(db, "PRAGMA user_version", append, &dump, nullptr);
     sqlite3_close(db);
-    return dump.str();
+    return rows;
 }
 
 }  // namespace Zarvo::Testing

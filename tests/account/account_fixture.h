@@ -14,8 +14,8 @@ std::string WriteUserAccountsDb(int userId, const Fixtures::AccountsCeDb &conten
 // One account of the maker's service (id 3, with locale, token and two extras) beside a mail account.
 Fixtures::AccountsCeDb CvidAccountDb();
 std::string ReadFileBytes(const std::string &path);
-// Every table's schema and rows in a stable text form, to tell whether a database was changed.
-std::string DumpTables(const std::string &dbPath);
+// The rows of a read-only query: each value (NULL for none) followed by '|', each row by a newline.
+std::string Query(const std::string &dbPath, const std::string &sql);
 
 }  // namespace Zarvo::Testing
 
