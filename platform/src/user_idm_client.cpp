@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "platform_control/credential_control.h"
@@ -37,7 +38,16 @@ public:
         }
         pending_.push_back({callback, answer_});
         if (!worker_.joinable()) {
-            worker_ = std::thread([this] { Serve(); });
+            try {
+                worker_ = std::thread([this] { Serve(); });
+            } catch (const std::system_error &) {
+                // Without a thread to answer on, the request is lost, as an IPC call to a busy
+                // service would be; the caller never learns of it and must not be held up.
+                pending_.pop_back();
+                ++answers_;
+                answered_.notify_all();
+                return;
+            }
         }
         queued_.notify_one();
     }
