@@ -51,6 +51,14 @@ bool ValidRecurseOpt(int32_t opt) {
     return opt == RECURSE_NONE || opt == RECURSE_ALL;
 }
 
+MigrateReply RefuseRecurseOpt(int32_t opt, Verdict &verdict) {
+    return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(opt) + " is not 0 or 2");
+}
+
+MigrateReply RefuseRootChange(Verdict &verdict) {
+    return Refuse(EACCES, verdict, "an allowed root itself cannot be changed");
+}
+
 bool IsSameOrBelow(const std::string &path, const std::string &ancestor) {
     if (ancestor == "/") {
         return true;
@@ -172,7 +180,7 @@ MigrateReply RequestHandler::GetPathList(const MigrateRequest &request, Verdict 
 
 MigrateReply RequestHandler::PrepareDir(const MigrateRequest &request, Verdict &verdict) const {
     if (!ValidRecurseOpt(request.recurseOpt)) {
-        return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(request.recurseOpt) + " is not 0 or 2");
+        return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     Ownership owner;
     mode_t mode = NEW_DIR_MODE;
@@ -192,7 +200,7 @@ MigrateReply RequestHandler::PrepareDir(const MigrateRequest &request, Verdict &
         return GuardFailure(err, verdict);
     }
     if (target.isRoot) {
-        return Refuse(EACCES, verdict, "an allowed root itself cannot be changed");
+        return RefuseRootChange(verdict);
     }
     err = FileOps::MakeDir(target.dir.Get(), target.name, mode);
     if (err != 0) {
@@ -289,7 +297,7 @@ MigrateReply RequestHandler::Remove(const MigrateRequest &request, bool missingI
 MigrateReply RequestHandler::RestoreContext(const MigrateRequest &request, Verdict &verdict) const {
     if (static_cast<MigrateOp>(request.type) == MigrateOp::RESTORE_CON &&
         !ValidRecurseOpt(request.recurseOpt)) {
-        return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(request.recurseOpt) + " is not 0 or 2");
+        return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     // The host keeps no security contexts: a path that exists inside the roots needs nothing done.
     GuardedPath target;
@@ -303,7 +311,7 @@ MigrateReply RequestHandler::RestoreContext(const MigrateRequest &request, Verdi
 
 MigrateReply RequestHandler::MkDir(const MigrateRequest &request, Verdict &verdict) const {
     if (!ValidRecurseOpt(request.recurseOpt)) {
-        return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(request.recurseOpt) + " is not 0 or 2");
+        return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     GuardedPath target;
     int err = request.recurseOpt == RECURSE_ALL
@@ -321,7 +329,7 @@ MigrateReply RequestHandler::Chown(const MigrateRequest &request, Verdict &verdi
         return Refuse(EINVAL, verdict, "neither user nor group given");
     }
     if (!ValidRecurseOpt(request.recurseOpt)) {
-        return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(request.recurseOpt) + " is not 0 or 2");
+        return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     Ownership owner;
     int err = ResolveOwnership(request, owner, verdict);
@@ -333,7 +341,7 @@ MigrateReply RequestHandler::Chown(const MigrateRequest &request, Verdict &verdi
         return GuardFailure(err, verdict);
     }
     if (target.isRoot) {
-        return Refuse(EACCES, verdict, "an allowed root itself cannot be changed");
+        return RefuseRootChange(verdict);
     }
     err = FileOps::ChownTree(target.dir.Get(), target.name, owner.uid, owner.gid,
                              request.recurseOpt == RECURSE_ALL);
@@ -342,7 +350,7 @@ MigrateReply RequestHandler::Chown(const MigrateRequest &request, Verdict &verdi
 
 MigrateReply RequestHandler::Chmod(const MigrateRequest &request, Verdict &verdict) const {
     if (!ValidRecurseOpt(request.recurseOpt)) {
-        return Refuse(EINVAL, verdict, "recurseOpt " + std::to_string(request.recurseOpt) + " is not 0 or 2");
+        return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     mode_t mode = 0;
     int err = ResolveMode(request.perm, mode, verdict);
@@ -354,7 +362,7 @@ MigrateReply RequestHandler::Chmod(const MigrateRequest &request, Verdict &verdi
         return GuardFailure(err, verdict);
     }
     if (target.isRoot) {
-        return Refuse(EACCES, verdict, "an allowed root itself cannot be changed");
+        return RefuseRootChange(verdict);
     }
     err = FileOps::ChmodTree(target.dir.Get(), target.name, mode, request.recurseOpt == RECURSE_ALL);
     return err == 0 ? Success() : FailOp(err, verdict, "cannot change mode of " + target.path);
