@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
-#include <regex>
 #include <sstream>
 
 namespace Zarvo::Host {
@@ -24,6 +24,18 @@ std::string ModeText(mode_t mode) {
     char text[8];
     std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
     return text;
+}
+
+// True when `message` is `before`, a decimal id and `after`, with the id in `id`.
+bool IdBetween(const std::string &message, const std::string &before, const std::string &after, int &id) {
+    if (message.size() <= before.size() + after.size() || message.compare(0, before.size(), before) != 0 ||
+        message.compare(message.size() - after.size(), after.size(), after) != 0) {
+        return false;
+    }
+    const char *first = message.data() + before.size();
+    const char *last = message.data() + message.size() - after.size();
+    auto [end, error] = std::from_chars(first, last, id);
+    return error == std::errc() && end == last;
 }
 
 // Strips the "[file(line)]" prefix of a plug-in line.
@@ -50,8 +62,11 @@ const char *LevelName(int level) {
 
 // An event's parameters as one object of name to value, in the event log's rendering.
 nlohmann::json EventParams(const EventRecord &event) {
+    // The parsed line must outlive the loop: a range-for over a member of a temporary would read
+    // a destroyed document.
+    const nlohmann::json line = nlohmann::json::parse(EventToJson(event));
     nlohmann::json params = nlohmann::json::object();
-    for (const auto &param : nlohmann::json::parse(EventToJson(event))["params"]) {
+    for (const auto &param : line["params"]) {
         params[param["name"].get<std::string>()] = param["value"];
     }
     return params;
@@ -95,12 +110,23 @@ std::string AccountSummary(const RunReport &report) {
 }  // namespace
 
 std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs) {
-    static const std::regex skipped(R"(RestoreSubUserInfo current user \((-?\d+)\) not need restore\.)");
-    static const std::regex created(R"(CreateZarvoAccount success, zarvo user id : (-?\d+))");
-    static const std::regex existed(
-        R"(CreateZarvoAccount failed, current user id : (-?\d+) already exists\.)");
-    static const std::regex updated(R"(UpdateZarvoAdminAcount success, zarvo user id : (-?\d+))");
-    static const std::regex failed(R"(DoRestoreData failed, current userId : (-?\d+))");
+    // The plug-in's lines that settle a user's fate: the text before and after the id they carry.
+    struct Settling {
+        const char *before;
+        const char *after;
+        const char *decision;
+        bool idIsLocal;
+        const char *detail;
+    };
+    static const Settling settlings[] = {
+        {"RestoreSubUserInfo current user (", ") not need restore.", "skipped", false,
+         "its type and flags are not carried over"},
+        {"CreateZarvoAccount success, zarvo user id : ", "", "created", true, ""},
+        {"CreateZarvoAccount failed, current user id : ", " already exists.", "existed", true,
+         "an account with this id exists"},
+        {"UpdateZarvoAdminAcount success, zarvo user id : ", "", "updated", true, ""},
+        {"DoRestoreData failed, current userId : ", "", "failed", false, nullptr},
+    };
 
     std::vector<UserOutcome> outcomes;
     std::string errors;
@@ -109,30 +135,27 @@ std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs)
             continue;
         }
         const std::string message = MessageOf(record);
-        std::smatch match;
-        UserOutcome outcome;
         if (message == "RestoreSubUserInfo called.") {
             errors.clear();
             continue;
         }
-        if (std::regex_search(message, match, skipped)) {
-            outcome = {std::stoi(match[1]), "skipped", -1, "its type and flags are not carried over"};
-        } else if (std::regex_search(message, match, created)) {
-            outcome = {SourceIdOf(std::stoi(match[1])), "created", std::stoi(match[1]), ""};
-        } else if (std::regex_search(message, match, existed)) {
-            outcome = {SourceIdOf(std::stoi(match[1])), "existed", std::stoi(match[1]),
-                       "an account with this id exists"};
-        } else if (std::regex_search(message, match, updated)) {
-            outcome = {SourceIdOf(std::stoi(match[1])), "updated", std::stoi(match[1]), ""};
-        } else if (std::regex_search(message, match, failed)) {
-            outcome = {std::stoi(match[1]), "failed", -1, errors};
-        } else {
+        const Settling *settled = nullptr;
+        int id = 0;
+        for (const Settling &settling : settlings) {
+            if (IdBetween(message, settling.before, settling.after, id)) {
+                settled = &settling;
+                break;
+            }
+        }
+        if (settled == nullptr) {
             if (record.level == LOG_ERROR) {
                 errors += (errors.empty() ? "" : " / ") + message;
             }
             continue;
         }
-        outcomes.push_back(outcome);
+        outcomes.push_back({settled->idIsLocal ? SourceIdOf(id) : id, settled->decision,
+                            settled->idIsLocal ? id : -1,
+                            settled->detail != nullptr ? settled->detail : errors});
     }
     return outcomes;
 }
@@ -175,8 +198,9 @@ void PrintSummary(const RunReport &report, std::ostream &out) {
     }
     out << "Fault events: " << report.events.size() << "\n";
     for (const auto &event : report.events) {
-        out << "  " << EventParam(event, "ERROR_TYPE") << " code " << EventParam(event, "ERROR_CODE") << ": "
-            << EventParam(event, "ERROR_MESSAGE") << "\n";
+        out << "  " << EventParam(event, "ERROR_TYPE") << " code " << EventParam(event, "ERROR_CODE")
+            << " (task " << EventParam(event, "TASK_ID") << "): " << EventParam(event, "ERROR_MESSAGE")
+            << "\n";
     }
     out << "Work tree " << (report.workTreeRemoved ? "removed" : "still present") << "\n";
     out << std::fixed << std::setprecision(1) << "Time: " << report.totalMs << " ms (set-up "

@@ -93,16 +93,64 @@ TEST_F(RunnerCliTest, AFailedRestoreExitsWithOne) {
     EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
 }
 
-TEST_F(RunnerCliTest, RestoresASnapshotOfItsOwn) {
+// A phone of its own whose users raise a fault event of each type: user 10 exists already on the
+// device, 11's binary file is cut short, 12's file names no type. There is no account database,
+// so the account restore fails while the user restore still runs.
+TEST_F(RunnerCliTest, ReportsEveryFaultEventWithItsParameters) {
     ASSERT_EQ(std::system(("mkdir -p " + dir_ + "/phone/system/users").c_str()), 0);
-    Write("phone/system/users/userlist.xml", R"(<?xml version='1.0' encoding='utf-8' standalone='yes' ?>
-<users nextSerialNumber="11" version="9"><user id="0" /></users>)");
-    Write("phone/system/users/0.xml", R"(<?xml version='1.0' encoding='utf-8' standalone='yes' ?>
-<user id="0" serialNumber="0" flags="3091" type="android.os.usertype.full.SYSTEM" created="0" lastLoggedIn="5"><name>Owner</name></user>)");
-    RunResult run = RunRunner("--snapshot " + dir_ + "/phone");
-    // No account database: the account restore fails, the user restore still runs.
+    const std::string header = "<?xml version='1.0' encoding='utf-8' standalone='yes' ?>\n";
+    Write("phone/system/users/userlist.xml",
+          header + R"(<users nextSerialNumber="13" version="9"><user id="0" /><user id="10" />)" +
+              R"(<user id="11" /><user id="12" /></users>)");
+    const std::string owner =
+        R"(<user id="0" serialNumber="0" flags="3091" type="android.os.usertype.full.SYSTEM" )"
+        R"(created="0" lastLoggedIn="5"><name>Owner</name></user>)";
+    Write("phone/system/users/0.xml", header + owner);
+    Write("phone/system/users/10.xml",
+          header +
+              R"(<user id="10" serialNumber="10" flags="1040" type="android.os.usertype.full.SECONDARY" )"
+              R"(created="0" lastLoggedIn="0"><name>Bob</name></user>)");
+    Write("phone/system/users/11.xml", std::string("ABX\0\x00\x12", 6));
+    Write(
+        "phone/system/users/12.xml",
+        header +
+            R"(<user id="12" serialNumber="12" flags="16" created="0" lastLoggedIn="0"><name>Old</name></user>)");
+    const std::string state = Write("state.json", R"({"osAccounts": [
+        {"localId": 100, "localName": "admin", "type": "ADMIN", "isActived": true},
+        {"localId": 101, "localName": "taken"}]})");
+    const std::string report = dir_ + "/report.json";
+
+    RunResult run =
+        RunRunner("--snapshot " + dir_ + "/phone --device-state " + state + " --report " + report);
     EXPECT_EQ(run.exitCode, 1) << run.output;
     EXPECT_NE(run.output.find("source user 0: updated as OS account 100"), std::string::npos) << run.output;
+
+    struct Expected {
+        std::string type;
+        int code;
+        std::string message;
+    } expected[] = {
+        {"CREATE_USER_ERROR", 0, "10.xml create user 101 is already exists."},
+        {"SOURCE_FILE_ERROR", 0x200004, "11.xmlconvert error"},
+        {"PARSE_FILE_ERROR", 0x200018, "12.xmlparse to os user info error."},
+    };
+    std::ifstream in(report);
+    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    ASSERT_TRUE(json.is_object()) << run.output;
+    ASSERT_EQ(json["events"].size(), std::size(expected)) << json["events"].dump(1);
+    EXPECT_NE(run.output.find("Fault events: 3"), std::string::npos) << run.output;
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        const nlohmann::json &event = json["events"][i];
+        EXPECT_EQ(event["domain"], "MIGRATESERVER");
+        EXPECT_EQ(event["name"], "RESTORE_SO_FAIL");
+        EXPECT_EQ(event["params"], nlohmann::json({{"TASK_ID", "200"},
+                                                   {"ERROR_TYPE", expected[i].type},
+                                                   {"ERROR_CODE", expected[i].code},
+                                                   {"ERROR_MESSAGE", expected[i].message}}));
+        const std::string line = "  " + expected[i].type + " code " + std::to_string(expected[i].code) +
+                                 " (task 200): " + expected[i].message + "\n";
+        EXPECT_NE(run.output.find(line), std::string::npos) << line << run.output;
+    }
 }
 
 TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
