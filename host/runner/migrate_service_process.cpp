@@ -16,7 +16,9 @@
 namespace Zarvo::Host {
 namespace {
 
-constexpr int READY_TIMEOUT_MS = 10000;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto READY_TIMEOUT = std::chrono::seconds(10);
 constexpr auto STOP_GRACE = std::chrono::seconds(5);
 const std::string DEFAULT_JOURNAL = "/data/runner/migrate_journal.jsonl";
 
@@ -28,6 +30,49 @@ std::string ExitText(int status) {
         return std::string("signal ") + strsignal(WTERMSIG(status));
     }
     return "status " + std::to_string(status);
+}
+
+// Reaps `pid`; false when it is still running at `deadline`.
+bool WaitForExit(pid_t pid, int &status, Clock::time_point deadline) {
+    for (;;) {
+        pid_t reaped = waitpid(pid, &status, WNOHANG);
+        if (reaped == pid || (reaped < 0 && errno != EINTR)) {
+            return true;
+        }
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+// Reads what the daemon writes on its readiness pipe until it has said "ready", the pipe ends, or
+// the deadline passes. `ended` tells that the write end was closed.
+std::string ReadReadiness(int fd, Clock::time_point deadline, bool &ended) {
+    std::string answer;
+    ended = false;
+    while (answer.size() < 5) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd wait{fd, POLLIN, 0};
+        int ready = left > 0 ? poll(&wait, 1, static_cast<int>(left)) : 0;
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        if (ready <= 0) {
+            break;
+        }
+        char buffer[16];
+        ssize_t got = read(fd, buffer, sizeof(buffer));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            ended = true;
+            break;
+        }
+        answer.append(buffer, static_cast<size_t>(got));
+    }
+    return answer;
 }
 
 }  // namespace
@@ -74,39 +119,35 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
     }
     close(ready[1]);
 
-    pollfd wait{ready[0], POLLIN, 0};
-    char answer[16] = {};
-    ssize_t count = 0;
-    if (poll(&wait, 1, READY_TIMEOUT_MS) > 0) {
-        count = read(ready[0], answer, sizeof(answer) - 1);
-    }
+    const Clock::time_point deadline = Clock::now() + READY_TIMEOUT;
+    bool ended = false;
+    const std::string answer = ReadReadiness(ready[0], deadline, ended);
     close(ready[0]);
-    if (count > 0 && std::strncmp(answer, "ready", 5) == 0) {
+    if (answer.rfind("ready", 0) == 0) {
         return "";
     }
+    // The pipe ends when the daemon exits, a moment before its exit status can be collected: wait
+    // for that status rather than mistake an early death for a slow start.
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+    if (ended && WaitForExit(pid_, status, deadline)) {
         pid_ = -1;
         return "the migrate service stopped before it listened (" + ExitText(status) + ").";
     }
     Stop();
-    return "the migrate service did not start listening within " + std::to_string(READY_TIMEOUT_MS / 1000) +
-           " seconds.";
+    const std::string limit = std::to_string(READY_TIMEOUT.count()) + " seconds";
+    return ended ? "the migrate service closed its readiness pipe without listening and was stopped after " +
+                       limit + "."
+                 : "the migrate service did not start listening within " + limit + ".";
 }
 
 nlohmann::json MigrateServiceProcess::Stop() {
     nlohmann::json journal = nlohmann::json::array();
     if (pid_ > 0) {
         kill(pid_, SIGTERM);
-        auto deadline = std::chrono::steady_clock::now() + STOP_GRACE;
         int status = 0;
-        while (waitpid(pid_, &status, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                kill(pid_, SIGKILL);
-                waitpid(pid_, &status, 0);
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (!WaitForExit(pid_, status, Clock::now() + STOP_GRACE)) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
         }
         pid_ = -1;
     }
