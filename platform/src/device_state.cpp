@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -55,6 +56,9 @@ bool TakeFault(const std::string &operation, int32_t &code) {
     }
     if (fault->second.remaining > 0) {
         --fault->second.remaining;
+    }
+    if (fault->second.outOfMemory) {
+        throw std::bad_alloc();
     }
     code = fault->second.code;
     return true;
@@ -226,7 +230,7 @@ void ParseFaults(const json &faults, DeviceState &state) {
     for (size_t i = 0; i < faults.size(); ++i) {
         const json &entry = faults[i];
         std::string where = "faults[" + std::to_string(i) + "]";
-        CheckKeys(entry, where, {"operation", "code", "count"});
+        CheckKeys(entry, where, {"operation", "code", "count", "outOfMemory"});
         std::string operation = Field<std::string>(entry, "operation", where, "");
         if (std::find(known.begin(), known.end(), operation) == known.end()) {
             throw StateError{where + " names an operation that cannot fail: \"" + operation + "\""};
@@ -237,6 +241,7 @@ void ParseFaults(const json &faults, DeviceState &state) {
         if (fault.remaining < -1) {
             throw StateError{where + " has a \"count\" below -1"};
         }
+        fault.outOfMemory = Field<bool>(entry, "outOfMemory", where, false);
         state.faults[operation] = fault;
     }
 }
@@ -354,14 +359,24 @@ void SetInstalledBundles(const std::vector<InstalledBundle> &bundles) {
     Internal::LockedDeviceState().bundles = bundles;
 }
 
-bool InjectFault(const std::string &operation, int32_t code, int count) {
+namespace {
+bool ArmFault(const std::string &operation, const Internal::Fault &fault) {
     const auto &known = FaultableOperations();
-    if (std::find(known.begin(), known.end(), operation) == known.end() || count < -1) {
+    if (std::find(known.begin(), known.end(), operation) == known.end() || fault.remaining < -1) {
         return false;
     }
     std::lock_guard<std::mutex> lock(Internal::DeviceStateMutex());
-    Internal::LockedDeviceState().faults[operation] = {code, count};
+    Internal::LockedDeviceState().faults[operation] = fault;
     return true;
+}
+}  // namespace
+
+bool InjectFault(const std::string &operation, int32_t code, int count) {
+    return ArmFault(operation, {code, count, false});
+}
+
+bool InjectOutOfMemory(const std::string &operation, int count) {
+    return ArmFault(operation, {0, count, true});
 }
 
 void ClearFaults() {

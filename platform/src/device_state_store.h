@@ -17,6 +17,7 @@ namespace Zarvo::Host::Internal {
 struct Fault {
     int32_t code = 0;
     int remaining = 0;  // -1: every call
+    bool outOfMemory = false;
 };
 
 struct DeviceState {
@@ -30,7 +31,8 @@ std::mutex &DeviceStateMutex();
 // The state; hold DeviceStateMutex() while using it.
 DeviceState &LockedDeviceState();
 
-// Counts one call of operation; when a fault is armed for it, consumes one and returns true with its code.
+// Counts one call of operation; when a fault is armed for it, consumes one and returns true with
+// its code, or throws std::bad_alloc for an out-of-memory fault.
 bool TakeFault(const std::string &operation, int32_t &code);
 
 }  // namespace Zarvo::Host::Internal

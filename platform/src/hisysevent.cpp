@@ -1,11 +1,17 @@
 #include "hisysevent.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "device_state_store.h"
+#include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 
 namespace Zarvo::Host {
@@ -13,13 +19,15 @@ namespace {
 
 // Result of a write that the writer refuses for its arguments.
 constexpr int ERR_INVALID_EVENT = -1;
+// Result of a write whose event could not be stored in the event log.
+constexpr int ERR_EVENT_LOG = -2;
+constexpr char WRITE_OPERATION[] = "HiSysEventWrite";
 
 struct EventState {
     std::mutex mutex;
     std::vector<EventRecord> records;
     std::string logPath;
-    int faultResult = 0;
-    int faultCount = 0;
+    std::string logError;
 
     EventState() {
         const char *path = std::getenv("ZARVO_HISYSEVENT_LOG");
@@ -32,6 +40,20 @@ struct EventState {
 EventState &State() {
     static EventState state;
     return state;
+}
+
+// Appends one line in a single write, so that concurrent writers never interleave within it.
+int AppendLine(const std::string &path, const std::string &line) {
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return errno;
+    }
+    ssize_t written = write(fd, line.data(), line.size());
+    int err = written < 0 ? errno : (static_cast<size_t>(written) != line.size() ? EIO : 0);
+    if (close(fd) != 0 && err == 0) {
+        err = errno;
+    }
+    return err;
 }
 
 const char *TypeName(HiviewDFX::HiSysEventParam::Type type) {
@@ -100,27 +122,34 @@ void ClearCapturedEvents() {
 }
 
 void FailEventWrites(int result, int count) {
-    EventState &state = State();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.faultResult = result;
-    state.faultCount = count;
+    InjectFault(WRITE_OPERATION, result, count);
 }
 
 void ResetEventFaults() {
-    FailEventWrites(0, 0);
+    InjectFault(WRITE_OPERATION, 0, 0);
 }
 
-bool SetEventLogPath(const std::string &path) {
+bool SetEventLogPath(const std::string &path, std::string &error) {
     if (!path.empty()) {
-        std::ofstream probe(path, std::ios::app);
-        if (!probe) {
+        int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+        if (fd < 0) {
+            error =
+                "the event log " + path + " cannot be opened for appending: " + std::strerror(errno) + ".";
             return false;
         }
+        close(fd);
     }
     EventState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
     state.logPath = path;
+    state.logError.clear();
     return true;
+}
+
+std::string EventLogError() {
+    EventState &state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    return state.logError;
 }
 
 }  // namespace Zarvo::Host
@@ -139,14 +168,12 @@ int HiSysEvent::WriteEvent(const char *func, int64_t line, const std::string &do
             return ERR_INVALID_EVENT;
         }
     }
+    int32_t fault = 0;
+    if (Internal::TakeFault(WRITE_OPERATION, fault)) {
+        return fault;
+    }
     EventState &state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
-    if (state.faultResult != 0 && state.faultCount != 0) {
-        if (state.faultCount > 0) {
-            --state.faultCount;
-        }
-        return state.faultResult;
-    }
     EventRecord record;
     record.domain = domain;
     record.name = eventName;
@@ -158,8 +185,14 @@ int HiSysEvent::WriteEvent(const char *func, int64_t line, const std::string &do
                         .count();
     record.params = params;
     if (!state.logPath.empty()) {
-        std::ofstream log(state.logPath, std::ios::app);
-        log << EventToJson(record) << '\n';
+        int err = AppendLine(state.logPath, EventToJson(record) + "\n");
+        if (err != 0) {
+            if (state.logError.empty()) {
+                state.logError =
+                    "the event log " + state.logPath + " could not be written: " + std::strerror(err) + ".";
+            }
+            return ERR_EVENT_LOG;
+        }
     }
     state.records.push_back(std::move(record));
     return 0;

@@ -1,10 +1,12 @@
 #include "hisysevent.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 
 using namespace Zarvo::Host;
@@ -18,7 +20,8 @@ protected:
     void SetUp() override {
         ClearCapturedEvents();
         ResetEventFaults();
-        SetEventLogPath("");
+        std::string error;
+        SetEventLogPath("", error);
     }
 };
 
@@ -63,21 +66,40 @@ TEST_F(HiSysEventTest, InjectedFailuresLastForTheirCount) {
     EXPECT_EQ(HiSysEventWrite("D", "N", HiSysEvent::FAULT), 0);
     EXPECT_EQ(CapturedEvents().size(), 1u);
 
-    FailEventWrites(9);
+    // The device state arms the same fault.
+    std::string error;
+    ASSERT_TRUE(
+        LoadDeviceStateFromText(R"({"faults": [{"operation": "HiSysEventWrite", "code": 9}]})", error))
+        << error;
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(HiSysEventWrite("D", "N", HiSysEvent::FAULT), 9);
     }
     ResetEventFaults();
     EXPECT_EQ(HiSysEventWrite("D", "N", HiSysEvent::FAULT), 0);
+    EXPECT_EQ(CallCount("HiSysEventWrite"), 6);
+    ResetToTypicalDevice();
+}
+
+TEST_F(HiSysEventTest, AnEventLogThatCannotBeWrittenIsAnError) {
+    std::string error;
+    mkdir("/data/dir", 0755);
+    for (const char *path : {"/data/missing/e.jsonl", "/data/dir"}) {
+        EXPECT_FALSE(SetEventLogPath(path, error)) << path;
+        EXPECT_NE(error.find(path), std::string::npos) << error;
+    }
+    ASSERT_TRUE(SetEventLogPath("/dev/full", error)) << error;
+    EXPECT_EQ(HiSysEventWrite("D", "N", HiSysEvent::FAULT), -2);
+    EXPECT_TRUE(CapturedEvents().empty());
+    EXPECT_EQ(EventLogError(), "the event log /dev/full could not be written: No space left on device.");
 }
 
 TEST_F(HiSysEventTest, AppendsJsonLinesToTheEventLog) {
     const std::string path = "/data/events.jsonl";
-    ASSERT_TRUE(SetEventLogPath(path));
+    std::string error;
+    ASSERT_TRUE(SetEventLogPath(path, error)) << error;
     HiSysEventWrite("MIGRATESERVER", "RESTORE_SO_FAIL", HiSysEvent::FAULT, "TASK_ID", "200", "ERROR_CODE", 5);
     HiSysEventWrite("MIGRATESERVER", "RESTORE_SO_FAIL", HiSysEvent::FAULT, "ERROR_MESSAGE",
                     std::string("bad\xff"));
-    EXPECT_FALSE(SetEventLogPath("/nonexistent-dir/e.jsonl"));
 
     std::ifstream file(path);
     std::string first;

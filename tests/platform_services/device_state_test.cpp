@@ -20,7 +20,8 @@ TEST_F(DeviceStateTest, LoadsAccountsBundlesAndFaultsAndIgnoresTheMigrateService
     std::ofstream(path) << R"({
       "osAccounts": [{"localId": 101, "type": "GUEST"}, {"localId": 100, "type": 0, "isActived": true}],
       "bundles": [{"name": "com.corvan.zmx.corvanid", "appId": 10050, "userIds": [101]}],
-      "faults": [{"operation": "QueryOsAccountById", "code": 77, "count": 1}],
+      "faults": [{"operation": "QueryOsAccountById", "code": 77, "count": 1},
+                 {"operation": "QueryAllCreatedOsAccounts", "outOfMemory": true, "count": 1}],
       "migrateService": {"anything": ["the service reads this part"]}
     })";
     std::string error;
@@ -34,6 +35,9 @@ TEST_F(DeviceStateTest, LoadsAccountsBundlesAndFaultsAndIgnoresTheMigrateService
     AccountSA::OsAccountInfo info;
     EXPECT_EQ(AccountSA::OsAccountManager::QueryOsAccountById(100, info), 77);
     EXPECT_EQ(AccountSA::OsAccountManager::QueryOsAccountById(100, info), AccountSA::ERR_OK);
+    std::vector<AccountSA::OsAccountInfo> all;
+    EXPECT_THROW(AccountSA::OsAccountManager::QueryAllCreatedOsAccounts(all), std::bad_alloc);
+    EXPECT_EQ(AccountSA::OsAccountManager::QueryAllCreatedOsAccounts(all), AccountSA::ERR_OK);
 }
 
 TEST_F(DeviceStateTest, LeftOutSectionsKeepTheTypicalDeviceAndTheWrittenStateLoadsBack) {
@@ -74,6 +78,8 @@ TEST_F(DeviceStateTest, BadFilesAreRefusedWithOneSentenceAndChangeNothing) {
         {R"({"bundles": [{"name": "a", "appId": 1}]})", "\"userIds\" array"},
         {R"({"faults": [{"operation": "Reboot", "code": 1}]})", "cannot fail: \"Reboot\""},
         {R"({"faults": [{"operation": "GetRdbStore", "count": -3}]})", "\"count\" below -1"},
+        {R"({"faults": [{"operation": "GetRdbStore", "outOfMemory": 1}]})",
+         "\"outOfMemory\" of the wrong type"},
     };
     for (const auto &[text, fragment] : cases) {
         std::string error;

@@ -20,9 +20,11 @@ struct InstalledBundle {
 };
 
 // Platform operations that can be made to fail. A failing call of an operation that returns a
-// code returns the injected code; one that returns a reference returns null.
+// code returns the injected code; one that returns a reference returns null. HiSysEventWrite is
+// the system event writer: a failing write returns the code and records nothing.
 inline const std::vector<std::string> &FaultableOperations() {
     static const std::vector<std::string> operations = {
+        "HiSysEventWrite",
         "QueryAllCreatedOsAccounts",
         "QueryOsAccountById",
         "CreateOsAccountWithFullInfo",
@@ -60,6 +62,9 @@ void SetInstalledBundles(const std::vector<InstalledBundle> &bundles);
 // Makes the next `count` calls of `operation` fail with `code` (count -1: every call until cleared).
 // Returns false for an operation not listed by FaultableOperations() or a count below -1.
 bool InjectFault(const std::string &operation, int32_t code, int count = -1);
+// Makes the next `count` calls of `operation` run out of memory: they throw std::bad_alloc, as
+// any platform call may on a device. Same rules as InjectFault.
+bool InjectOutOfMemory(const std::string &operation, int count = -1);
 void ClearFaults();
 // How many times `operation` was called since the state was last reset or loaded.
 int CallCount(const std::string &operation);

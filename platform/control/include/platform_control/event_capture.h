@@ -26,13 +26,20 @@ std::vector<EventRecord> CapturedEvents();
 void ClearCapturedEvents();
 
 // Makes the next `count` writes fail with `result` (non-zero) and record nothing;
-// count -1 makes every write fail until ResetEventFaults.
+// count -1 makes every write fail until ResetEventFaults. The same as the device state's fault of
+// the operation "HiSysEventWrite".
 void FailEventWrites(int result, int count = -1);
 void ResetEventFaults();
 
-// Appends every accepted event as one JSON line to the file (empty path: no event log).
-// The initial path comes from the environment variable ZARVO_HISYSEVENT_LOG.
-bool SetEventLogPath(const std::string &path);
+// Appends every accepted event as one JSON line to the file (empty path: no event log). False, with
+// one sentence in `error`, when the file cannot be opened for appending (a missing folder, a
+// directory, no permission). The initial path comes from the environment variable
+// ZARVO_HISYSEVENT_LOG. A write whose line cannot be appended (a full disk) fails with -2 and
+// records nothing.
+bool SetEventLogPath(const std::string &path, std::string &error);
+// The first failure to append to the event log since its path was set, as one sentence; empty
+// when there was none.
+std::string EventLogError();
 
 // The JSON line written to the event log for a record.
 std::string EventToJson(const EventRecord &record);
