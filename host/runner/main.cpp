@@ -42,6 +42,7 @@ struct Options {
     std::string deviceState;
     std::string reportPath;
     std::string serviceLog;
+    std::string eventLog;
     bool useRunningService = false;
     bool noSandbox = false;
 };
@@ -100,6 +101,12 @@ int Run(const Options &options, int64_t startNs) {
     std::string error;
     if (!options.deviceState.empty() && !LoadDeviceState(options.deviceState, error)) {
         return Fail(error);
+    }
+    const char *eventLog = std::getenv("ZARVO_HISYSEVENT_LOG");
+    if (!options.eventLog.empty() || eventLog != nullptr) {
+        if (!SetEventLogPath(options.eventLog.empty() ? eventLog : options.eventLog, error)) {
+            return Fail(error);
+        }
     }
     report.osAccountsBefore = OsAccountsJson();
 
@@ -166,6 +173,10 @@ int Run(const Options &options, int64_t startNs) {
             return Fail("could not write the report to " + options.reportPath + ".");
         }
     }
+    error = EventLogError();
+    if (!error.empty()) {
+        return Fail(error);
+    }
     return report.result ? EXIT_RESTORED : EXIT_NOT_RESTORED;
 }
 
@@ -185,6 +196,8 @@ int main(int argc, char *argv[]) {
                    "Device state JSON (OS accounts, bundles, faults)")
         ->check(CLI::ExistingFile);
     app.add_option("-r,--report", options.reportPath, "Write a JSON report to this file");
+    app.add_option("--event-log", options.eventLog,
+                   "Append every fault event as a JSON line to this file (default: $ZARVO_HISYSEVENT_LOG)");
     app.add_option("--service-journal", options.serviceLog,
                    "Keep the migrate service's request journal in this file");
     app.add_flag("--use-running-service", options.useRunningService,
@@ -198,7 +211,8 @@ int main(int argc, char *argv[]) {
         return code == 0 ? 0 : EXIT_USAGE;
     }
 
-    for (const std::string *path : {&options.snapshot, &options.deviceState, &options.reportPath}) {
+    for (const std::string *path : {&options.snapshot, &options.deviceState, &options.reportPath,
+                                    &options.eventLog, &options.serviceLog}) {
         if (!path->empty() && !options.noSandbox && !InSandbox() &&
             fs::absolute(*path).string().rfind("/data/", 0) == 0) {
             return Fail(*path + " lies under /data, which the sandbox replaces; keep it elsewhere.");
