@@ -169,6 +169,17 @@ TEST_F(RestorePluginTest, AFailedAccountRestoreDoesNotStopTheUserRestore) {
     ExpectWorkTreeGoneAndOutsideUntouched();
 }
 
+TEST_F(RestorePluginTest, RunningOutOfMemoryReturnsFalseAndStillRemovesTheWorkTree) {
+    // By the time users are created the export file with the auth token lies in the work tree.
+    ASSERT_TRUE(Host::InjectOutOfMemory("CreateOsAccountWithFullInfo"));
+    LayPhone(Fixtures::DefaultSamplePhone(), 100);
+
+    EXPECT_FALSE(restoreData_());
+    EXPECT_EQ(Testing::CountPluginLines("RestoreData failed, std::bad_alloc"), 1u);
+    EXPECT_TRUE(fs::exists(HandedFile(100)));
+    ExpectWorkTreeGoneAndOutsideUntouched();
+}
+
 TEST_F(RestorePluginTest, ASecondCallFindsNothingLeftToRestore) {
     LayPhone(Fixtures::DefaultSamplePhone(), 100);
     ASSERT_TRUE(Restore());

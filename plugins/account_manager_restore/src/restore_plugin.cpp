@@ -33,6 +33,8 @@ extern "C" bool RestoreData() {
     // The restore reports its failures as results; what can still raise is the standard library
     // running out of memory. The migrate server gets false instead of an exception it cannot handle.
     // Only std::exception is caught, so a thread cancellation still unwinds as it must.
+    using Zarvo::UpdateEngine::AccountFileUtil;
+    using Zarvo::UpdateEngine::PLUGIN_ROOT_PATH;
     try {
         return Zarvo::UpdateEngine::RestorePlugin::RestoreData();
     } catch (const std::exception &e) {
@@ -40,6 +42,12 @@ extern "C" bool RestoreData() {
             PLUGIN_LOGE("RestoreData failed, %{public}s", e.what());
         } catch (const std::exception &) {
             // Logging needs memory too; the false result still reaches the caller.
+        }
+        // The work tree holds the copied account database and perhaps the export file with the
+        // auth token: it is removed on this way out too.
+        try {
+            AccountFileUtil::RemoveAll(PLUGIN_ROOT_PATH);
+        } catch (const std::exception &) {
         }
     }
     return false;
