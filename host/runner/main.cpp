@@ -119,7 +119,11 @@ int Run(const Options &options, int64_t startNs) {
         snapshot = SAMPLE_SNAPSHOT;
     }
     report.snapshot = snapshot;
-    error = LaySnapshot(snapshot, FirstActiveUser(), report.laidFiles);
+    std::unique_ptr<SnapshotSource> source = OpenFolderSnapshot(snapshot, error);
+    if (source == nullptr) {
+        return Fail(error);
+    }
+    error = LaySnapshot(*source, FirstActiveUser(), report.laid);
     if (!error.empty()) {
         return Fail(error);
     }

@@ -179,6 +179,13 @@ std::vector<HandedFile> CollectFiles(const std::string &root) {
 
 void PrintSummary(const RunReport &report, std::ostream &out) {
     out << "RestoreData returned " << (report.result ? "true" : "false") << "\n";
+    out << "Snapshot: " << report.snapshot << " (data root: " << report.laid.root << ")\n";
+    if (!report.laid.leftOut.empty()) {
+        out << "Left out of the snapshot: " << report.laid.leftOut.size() << "\n";
+        for (const auto &entry : report.laid.leftOut) {
+            out << "  " << entry.path << ": " << entry.reason << "\n";
+        }
+    }
     out << "Account: " << AccountSummary(report) << "\n";
     out << "Users:";
     if (report.users.empty()) {
@@ -241,13 +248,19 @@ nlohmann::json ReportToJson(const RunReport &report) {
                          {"detail", user.detail}});
     }
     nlohmann::json laid = nlohmann::json::array();
-    for (const auto &file : report.laidFiles) {
+    for (const auto &file : report.laid.laid) {
         laid.push_back({{"from", file.from}, {"to", file.to}});
+    }
+    nlohmann::json leftOut = nlohmann::json::array();
+    for (const auto &entry : report.laid.leftOut) {
+        leftOut.push_back({{"path", entry.path}, {"reason", entry.reason}});
     }
     return {{"result", report.result},
             {"plugin", report.plugin},
             {"snapshot", report.snapshot},
+            {"snapshotRoot", report.laid.root},
             {"laidFiles", laid},
+            {"leftOut", leftOut},
             {"logs", logs},
             {"events", events},
             {"osAccountsBefore", report.osAccountsBefore},

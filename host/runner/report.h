@@ -36,7 +36,7 @@ struct RunReport {
     bool result = false;
     std::string plugin;
     std::string snapshot;
-    std::vector<LaidFile> laidFiles;
+    LaidSnapshot laid;
     std::vector<LogRecord> logs;
     std::vector<EventRecord> events;
     nlohmann::json osAccountsBefore = nlohmann::json::array();

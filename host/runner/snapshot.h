@@ -1,21 +1,47 @@
 #ifndef HOST_RUNNER_SNAPSHOT_H
 #define HOST_RUNNER_SNAPSHOT_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "snapshot_source.h"
 
 namespace Zarvo::Host {
 
 struct LaidFile {
-    std::string from;
-    std::string to;
+    std::string from;  // the entry's origin: a host path, an archive member
+    std::string to;    // its place in the work tree
 };
 
-// Lays an Android data snapshot into the plug-in's work tree the way the migrate server does: the
-// account database of Android user 0 under back/<activeUserId>/, userlist.xml, the per-user files
-// and their photo folders under back/sourceXml/. A snapshot that already holds a back/ directory
-// is a work tree and is copied as it is. Returns an empty text on success, else one sentence.
-std::string LaySnapshot(const std::string &snapshotDir, int activeUserId, std::vector<LaidFile> &laid);
+// An entry the restore would have taken but that was not laid, and why.
+struct LeftOutEntry {
+    std::string path;  // below the data root
+    std::string reason;
+};
+
+struct LaidSnapshot {
+    std::string root;  // where the source found the data root
+    std::vector<LaidFile> laid;
+    std::vector<LeftOutEntry> leftOut;
+};
+
+// What one snapshot may put into the work tree at the most: a bound on every file and on all of
+// them together, far above what any phone's account and user files need.
+struct LayLimits {
+    uint64_t fileBytes = 128ull << 20;
+    uint64_t totalBytes = 512ull << 20;
+};
+
+// Lays a snapshot into the plug-in's work tree the way the migrate server does: the account
+// database of Android user 0 (with its -journal, -wal and -shm companions) under
+// back/<activeUserId>/, userlist.xml, the per-user files and their photo folders under
+// back/sourceXml/; a work tree's own back/ is laid as it is. Only regular files and directories are
+// laid: links, devices, FIFOs, sockets and names that climb out of the root are left out and
+// listed. Returns an empty text on success, else one sentence (a source that cannot be read, a
+// file over the limits).
+std::string LaySnapshot(SnapshotSource &source, int activeUserId, LaidSnapshot &result,
+                        const LayLimits &limits = {});
 
 }  // namespace Zarvo::Host
 

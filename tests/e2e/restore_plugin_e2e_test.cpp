@@ -72,8 +72,11 @@ protected:
 
     void LayPhone(const Fixtures::SamplePhone &phone, int activeUser) {
         ASSERT_EQ(Fixtures::BuildSamplePhone(phone, SNAPSHOT), "");
-        std::vector<Host::LaidFile> laid;
-        ASSERT_EQ(Host::LaySnapshot(SNAPSHOT, activeUser, laid), "");
+        std::string error;
+        std::unique_ptr<Host::SnapshotSource> source = Host::OpenFolderSnapshot(SNAPSHOT, error);
+        ASSERT_NE(source, nullptr) << error;
+        Host::LaidSnapshot laid;
+        ASSERT_EQ(Host::LaySnapshot(*source, activeUser, laid), "");
     }
 
     bool Restore() {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -151,6 +153,39 @@ TEST_F(RunnerCliTest, ReportsEveryFaultEventWithItsParameters) {
                                  " (task 200): " + expected[i].message + "\n";
         EXPECT_NE(run.output.find(line), std::string::npos) << line << run.output;
     }
+}
+
+// Only regular files and directories are laid: a link or a FIFO in a snapshot never brings the
+// host's files into the restore.
+TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
+    const std::string phone = dir_ + "/phone";
+    const std::string users = phone + "/system/users/";
+    const std::string secret = Write("secret.png", "the host's own file");
+    ASSERT_EQ(std::system((std::string(SAMPLE_PHONE_PATH) + " --out " + phone).c_str()), 0);
+    ASSERT_EQ(unlink((users + "10/photo.png").c_str()), 0);
+    ASSERT_EQ(symlink(secret.c_str(), (users + "10/photo.png").c_str()), 0);
+    ASSERT_EQ(unlink((users + "12.xml").c_str()), 0);
+    ASSERT_EQ(link(secret.c_str(), (users + "12.xml").c_str()), 0);
+    ASSERT_EQ(mkfifo((users + "13.xml").c_str(), 0644), 0);
+    const std::string report = dir_ + "/report.json";
+
+    RunResult run = RunRunner("--snapshot " + phone + " --report " + report);
+    ASSERT_NE(run.exitCode, 2) << run.output;
+    EXPECT_NE(run.output.find("Left out of the snapshot: 3\n"), std::string::npos) << run.output;
+    std::ifstream in(report);
+    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    ASSERT_TRUE(json.is_object()) << run.output;
+    EXPECT_EQ(json["snapshotRoot"], "the folder itself");
+    EXPECT_EQ(json["leftOut"], nlohmann::json::parse(R"([
+        {"path": "system/users/10/photo.png", "reason": "a symbolic link to )" +
+                                                     secret + R"("},
+        {"path": "system/users/12.xml", "reason": "a hard link"},
+        {"path": "system/users/13.xml", "reason": "a FIFO"}])"));
+    for (const auto &laid : json["laidFiles"]) {
+        EXPECT_EQ(laid["from"].get<std::string>().rfind(phone, 0), 0u) << laid.dump();
+    }
+    EXPECT_EQ(json["osAccountsAfter"].dump().find("dGhlIGhvc3Qncy"), std::string::npos)
+        << "the host file's content, base64, must not become a photo";
 }
 
 TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {

@@ -1,0 +1,238 @@
+// A snapshot that is a folder on the host. It is walked through directory descriptors without
+// following any link, so that nothing outside the folder can be reached through it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "snapshot_source.h"
+
+namespace Zarvo::Host {
+namespace {
+
+// Deeper folders are not walked: no restore needs them, and the walk's stack stays bounded.
+constexpr int MAX_DEPTH = 32;
+
+class Fd {
+public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    Fd(const Fd &) = delete;
+    Fd &operator=(const Fd &) = delete;
+    int Get() const { return fd_; }
+    bool Valid() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+std::string SystemError(const std::string &what) {
+    return what + ": " + std::strerror(errno) + ".";
+}
+
+EntryType TypeOf(const struct stat &st) {
+    switch (st.st_mode & S_IFMT) {
+        case S_IFREG:
+            // A second name may lie outside the snapshot: its content is not the snapshot's.
+            return st.st_nlink > 1 ? EntryType::HARD_LINK : EntryType::FILE;
+        case S_IFDIR:
+            return EntryType::DIRECTORY;
+        case S_IFLNK:
+            return EntryType::SYMLINK;
+        case S_IFIFO:
+            return EntryType::FIFO;
+        case S_IFCHR:
+            return EntryType::CHARACTER_DEVICE;
+        case S_IFBLK:
+            return EntryType::BLOCK_DEVICE;
+        case S_IFSOCK:
+            return EntryType::SOCKET;
+        default:
+            return EntryType::OTHER;
+    }
+}
+
+class FdReader : public EntryReader {
+public:
+    FdReader(int fd, std::string origin) : fd_(fd), origin_(std::move(origin)) {}
+    ssize_t Read(char *buffer, size_t size, std::string &error) override {
+        if (fd_ < 0) {
+            error = origin_ + " has no content to read.";
+            return -1;
+        }
+        for (;;) {
+            ssize_t got = read(fd_, buffer, size);
+            if (got >= 0 || errno != EINTR) {
+                if (got < 0) {
+                    error = SystemError("could not read " + origin_);
+                }
+                return got;
+            }
+        }
+    }
+
+private:
+    int fd_;
+    std::string origin_;
+};
+
+class FolderSnapshot : public SnapshotSource {
+public:
+    FolderSnapshot(std::string rootPath, std::string rootWords)
+        : rootPath_(std::move(rootPath)), rootWords_(std::move(rootWords)) {}
+
+    std::string Root() const override { return rootWords_; }
+
+    std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
+        Fd root(open(rootPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!root.Valid()) {
+            return SystemError("could not open the snapshot folder " + rootPath_);
+        }
+        return WalkDirectory(root.Get(), "", 0, filter, visit);
+    }
+
+private:
+    std::string WalkDirectory(int dirFd, const std::string &relative, int depth, const EntryFilter &filter,
+                              const Visitor &visit) {
+        std::vector<std::string> names;
+        std::string failure = ListNames(dirFd, relative, names);
+        for (size_t i = 0; failure.empty() && i < names.size(); ++i) {
+            const std::string path = relative.empty() ? names[i] : relative + "/" + names[i];
+            failure = VisitEntry(dirFd, names[i], path, depth, filter, visit);
+        }
+        return failure;
+    }
+
+    std::string VisitEntry(int dirFd, const std::string &name, const std::string &path, int depth,
+                           const EntryFilter &filter, const Visitor &visit) {
+        struct stat st {};
+        if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            return SystemError("could not read " + Origin(path));
+        }
+        SnapshotEntry entry{path, Origin(path), TypeOf(st), ""};
+        const bool wanted = filter.Wants(path);
+        if (!wanted && !(entry.type == EntryType::DIRECTORY && filter.LeadsTo(path))) {
+            return "";
+        }
+        if (entry.type == EntryType::SYMLINK) {
+            entry.linkTarget = LinkTarget(dirFd, name);
+        }
+        if (entry.type == EntryType::DIRECTORY) {
+            if (wanted) {
+                FdReader none(-1, entry.origin);
+                std::string failure = visit(entry, none);
+                if (!failure.empty()) {
+                    return failure;
+                }
+            }
+            if (depth + 1 >= MAX_DEPTH) {
+                return "";
+            }
+            Fd child(openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (!child.Valid()) {
+                return SystemError("could not open " + entry.origin);
+            }
+            return WalkDirectory(child.Get(), path, depth + 1, filter, visit);
+        }
+        if (entry.type != EntryType::FILE) {
+            FdReader none(-1, entry.origin);
+            return visit(entry, none);
+        }
+        // Opened without following a link and checked again on the descriptor: what is read is
+        // the file that was looked at, even if the name was swapped in between.
+        Fd file(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        struct stat opened {};
+        if (!file.Valid() || fstat(file.Get(), &opened) != 0) {
+            return SystemError("could not open " + entry.origin);
+        }
+        if (opened.st_ino != st.st_ino || opened.st_dev != st.st_dev) {
+            return entry.origin + " changed while the snapshot was read.";
+        }
+        FdReader content(file.Get(), entry.origin);
+        return visit(entry, content);
+    }
+
+    std::string ListNames(int dirFd, const std::string &relative, std::vector<std::string> &names) {
+        int copy = dup(dirFd);
+        DIR *dir = copy >= 0 ? fdopendir(copy) : nullptr;
+        if (dir == nullptr) {
+            if (copy >= 0) {
+                close(copy);
+            }
+            return SystemError("could not list " + Origin(relative));
+        }
+        errno = 0;
+        while (struct dirent *entry = readdir(dir)) {
+            std::string name = entry->d_name;
+            if (name != "." && name != "..") {
+                names.push_back(std::move(name));
+            }
+        }
+        int err = errno;
+        closedir(dir);
+        if (err != 0) {
+            errno = err;
+            return SystemError("could not list " + Origin(relative));
+        }
+        std::sort(names.begin(), names.end());
+        return "";
+    }
+
+    static std::string LinkTarget(int dirFd, const std::string &name) {
+        char target[4096];
+        ssize_t length = readlinkat(dirFd, name.c_str(), target, sizeof(target));
+        return length > 0 ? std::string(target, static_cast<size_t>(length)) : "";
+    }
+
+    std::string Origin(const std::string &relative) const {
+        return relative.empty() ? rootPath_ : rootPath_ + "/" + relative;
+    }
+
+    std::string rootPath_;
+    std::string rootWords_;
+};
+
+bool IsDirectory(const std::string &path) {
+    struct stat st {};
+    return lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Android's /data holds system/ or system_ce/; a work tree holds back/.
+bool LooksLikeDataRoot(const std::string &path) {
+    return IsDirectory(path + "/system") || IsDirectory(path + "/system_ce") || IsDirectory(path + "/back");
+}
+
+}  // namespace
+
+std::unique_ptr<SnapshotSource> OpenFolderSnapshot(const std::string &path, std::string &error) {
+    std::string folder = path;
+    while (folder.size() > 1 && folder.back() == '/') {
+        folder.pop_back();
+    }
+    if (!IsDirectory(folder)) {
+        error = "the snapshot " + path + " is not a directory.";
+        return nullptr;
+    }
+    if (LooksLikeDataRoot(folder)) {
+        return std::make_unique<FolderSnapshot>(folder, "the folder itself");
+    }
+    if (LooksLikeDataRoot(folder + "/data")) {
+        return std::make_unique<FolderSnapshot>(folder + "/data", "data/ inside the folder");
+    }
+    error =
+        "the snapshot " + path +
+        " holds neither system_ce/0/accounts_ce.db nor system/users/, nor a work tree (back/), nor a data/ "
+        "folder with them.";
+    return nullptr;
+}
+
+}  // namespace Zarvo::Host
