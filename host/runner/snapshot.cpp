@@ -216,11 +216,13 @@ private:
 
 std::string LaySnapshot(SnapshotSource &source, int activeUserId, LaidSnapshot &result,
                         const LayLimits &limits) {
-    result.root = source.Root();
     Layer layer(activeUserId, limits, result);
-    return source.Walk(layer.Filter(), [&layer](const SnapshotEntry &entry, EntryReader &content) {
-        return layer.Lay(entry, content);
-    });
+    std::string failure = source.Walk(
+        layer.Filter(),
+        [&layer](const SnapshotEntry &entry, EntryReader &content) { return layer.Lay(entry, content); });
+    // A source that streams may know its data root only once it has been read.
+    result.root = source.Root();
+    return failure;
 }
 
 }  // namespace Zarvo::Host

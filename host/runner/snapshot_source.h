@@ -59,7 +59,8 @@ public:
     using Visitor = std::function<std::string(const SnapshotEntry &entry, EntryReader &content)>;
 
     virtual ~SnapshotSource() = default;
-    // Where the data root was found, in words for the report ("the folder itself").
+    // Where the data root was found, in words for the report ("the folder itself"); a source that
+    // streams may know it only after Walk.
     virtual std::string Root() const = 0;
     // Stops at the first failure of the source or the visitor: an empty text, or one sentence.
     virtual std::string Walk(const EntryFilter &filter, const Visitor &visit) = 0;
