@@ -1,5 +1,6 @@
 // The daemon executable: its command line, readiness signal, journal file and stop signal, and how
-// it holds up against hostile clients: hard links out of its roots and failed hand-overs.
+// it holds up against hostile clients: hard links out of its roots, failed hand-overs, connections
+// that idle, stall or crowd it, and running out of descriptors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -8,8 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -60,6 +65,12 @@ std::vector<nlohmann::json> JournalLines(const std::string &outcome) {
         }
     }
     return matching;
+}
+
+// A connection is busy from reading a request until its reply is sent, and its thread marks it
+// idle or busy a moment after the client can see that; this leaves that moment generous room.
+void SettleDaemon() {
+    usleep(300 * 1000);
 }
 
 bool Served(const Zarvo::Host::MigrateRequest &request) {
@@ -117,6 +128,15 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
+    // User plus system CPU time the daemon has used, in clock ticks.
+    long CpuTicks() const {
+        std::string stat = ReadText("/proc/" + std::to_string(pid_) + "/stat");
+        std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+        std::vector<std::string> values(std::istream_iterator<std::string>(fields), {});
+        // After the command: state is field 3, utime field 14 and stime field 15.
+        return std::stol(values.at(11)) + std::stol(values.at(12));
+    }
+
     pid_t pid_ = -1;
 };
 
@@ -126,7 +146,8 @@ TEST_F(DaemonTest, BadCommandLinesEndWithOneSentenceAndFailure) {
     for (const std::string &args : std::vector<std::string>{
              "--no-such-option", "--allow relative/dir", "--allow /data/a/../b", "--faults /data/bad.json",
              "--faults /data/missing.json", "--device-state /data/state.json", "--ready-fd 77",
-             "--journal /data/no/such/dir/journal", "--socket /data/" + std::string(200, 's')}) {
+             "--journal /data/no/such/dir/journal", "--socket /data/" + std::string(200, 's'),
+             "--max-connections 0", "--request-timeout 0", "--idle-timeout -1"}) {
         // Only stderr comes through the pipe.
         FILE *pipe = popen((MIGRATE_SERVICE_BINARY " " + args + " 2>&1 >/dev/null").c_str(), "r");
         ASSERT_NE(pipe, nullptr);
@@ -274,6 +295,106 @@ TEST_F(DaemonTest, CreatedAndMovedFilesAreOwnerOnlyUntilChmod) {
         }
     }
     EXPECT_FALSE(std::filesystem::exists(ROOT + "/crossed"));
+}
+
+// A client that sends part of a request, or nothing, is closed after the short timeouts while
+// others are served.
+TEST_F(DaemonTest, PartialRequestsAndIdleConnectionsAreClosedAfterTheirTimeouts) {
+    Start({"--journal", JOURNAL, "--allow", ROOT, "--request-timeout", "1", "--idle-timeout", "2"});
+    RawConnection half;
+    RawConnection idle;
+    ASSERT_TRUE(half.SendBytes(std::string(100, '\0')));
+    ASSERT_TRUE(half.WaitUntilRead());
+    EXPECT_TRUE(Served(Request(MigrateOp::IS_DIR, ROOT)));
+    EXPECT_TRUE(half.PeerClosed());
+    EXPECT_TRUE(idle.PeerClosed());
+
+    Stop();
+    std::vector<nlohmann::json> incomplete = JournalLines("incomplete");
+    ASSERT_EQ(incomplete.size(), 1u);
+    EXPECT_EQ(incomplete[0]["note"], "100 of 2388 request bytes, then nothing more for 1 s");
+}
+
+// A newcomer to a full table takes the place of the connection that has waited longest for a
+// request; only when every connection is being served is it turned away.
+TEST_F(DaemonTest, FullTableMakesRoomByClosingTheLongestIdleConnection) {
+    std::ofstream("/data/stall.json")
+        << R"({"faults": [{"operation": "GET_PATH_SIZE", "action": "stall", "stallMs": 600000, "count": -1}]})";
+    Start({"--journal", JOURNAL, "--allow", ROOT, "--max-connections", "2", "--faults", "/data/stall.json"});
+    auto isDir = Request(MigrateOp::IS_DIR, ROOT);
+    RawConnection first;
+    RawConnection second;
+    EXPECT_EQ(first.Exchange(isDir).result, 0);
+    SettleDaemon();
+    EXPECT_EQ(second.Exchange(isDir).result, 0);
+    SettleDaemon();
+    RawConnection third;
+    EXPECT_EQ(third.Exchange(isDir).result, 0);
+    EXPECT_TRUE(first.PeerClosed());
+    EXPECT_EQ(second.Exchange(isDir).result, 0) << "the more recent idle connection stays";
+
+    // Both places busy with stalled requests: a newcomer is closed at once.
+    for (RawConnection *busy : {&second, &third}) {
+        ASSERT_TRUE(busy->SendBytes(RequestBytes(Request(MigrateOp::GET_PATH_SIZE, ROOT))));
+        ASSERT_TRUE(busy->WaitUntilRead());
+    }
+    SettleDaemon();
+    RawConnection fourth;
+    EXPECT_TRUE(fourth.PeerClosed());
+
+    EXPECT_EQ(Stop(), 0) << "stopping ends the stalls";
+    std::vector<nlohmann::json> closed = JournalLines("closed");
+    ASSERT_EQ(closed.size(), 1u);
+    EXPECT_EQ(closed[0]["connection"], 1);
+    std::vector<nlohmann::json> refused = JournalLines("refused");
+    ASSERT_EQ(refused.size(), 1u);
+    EXPECT_EQ(refused[0]["connection"], 4);
+    EXPECT_NE(refused[0]["note"].get<std::string>().find("being served"), std::string::npos);
+}
+
+// With every descriptor taken, a new client's connection is closed rather than left waiting, the
+// daemon does not spin, and serving resumes once descriptors are free.
+TEST_F(DaemonTest, RunningOutOfDescriptorsClosesNewcomersWithoutSpinning) {
+    Start({"--allow", ROOT, "--max-connections", "500"}, 32);
+    auto isDir = Request(MigrateOp::IS_DIR, ROOT);
+    std::vector<std::unique_ptr<RawConnection>> held;
+    bool exhausted = false;
+    while (!exhausted && held.size() < 100) {
+        auto connection = std::make_unique<RawConnection>();
+        exhausted = !connection->Exchange(isDir).complete;
+        held.push_back(std::move(connection));
+    }
+    ASSERT_TRUE(exhausted);
+
+    long ticksBefore = CpuTicks();
+    auto start = std::chrono::steady_clock::now();
+    int turnedAway = 0;
+    while (std::chrono::steady_clock::now() - start < std::chrono::seconds(1)) {
+        RawConnection newcomer;
+        ASSERT_TRUE(newcomer.Connected());
+        ASSERT_TRUE(newcomer.PeerClosed()) << "closed rather than left waiting";
+        ++turnedAway;
+        usleep(20 * 1000);
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    long ticks = CpuTicks() - ticksBefore;
+    // A loop spinning on the waiting client would take about all of one CPU.
+    EXPECT_LT(static_cast<double>(ticks), 0.25 * seconds * static_cast<double>(sysconf(_SC_CLK_TCK)))
+        << turnedAway << " clients turned away";
+
+    held.clear();
+    bool served = false;
+    for (int i = 0; i < 200 && !served; ++i) {
+        served = Served(isDir);
+        if (!served) {
+            usleep(50 * 1000);
+        }
+    }
+    EXPECT_TRUE(served);
+    EXPECT_EQ(Stop(), 0);
+    std::string err = ReadText(DAEMON_STDERR);
+    EXPECT_NE(err.find("out of file descriptors"), std::string::npos) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << "one line for the episode: " << err;
 }
 
 }  // namespace
