@@ -60,7 +60,7 @@ TEST_F(FaultsTest, DropRuleClosesAfterReadingWithoutDoingTheOperation) {
     EXPECT_EQ(Exchange(mkdir).result, 0) << "the rule was used up";
 }
 
-TEST_F(FaultsTest, StalledOrHalfSentRequestsDoNotHoldUpOtherConnections) {
+TEST_F(FaultsTest, StalledRequestDoesNotHoldUpOtherConnections) {
     FaultRule stall;  // through the API itself
     stall.action = FaultAction::STALL;
     stall.stallMs = 60000;
@@ -73,17 +73,6 @@ TEST_F(FaultsTest, StalledOrHalfSentRequestsDoNotHoldUpOtherConnections) {
     }
     ASSERT_TRUE(service_->Faults().Pending().empty());
     EXPECT_EQ(Exchange(Request(MigrateOp::IS_DIR, WORK_ROOT)).result, 0);
-    {
-        RawConnection half;
-        ASSERT_TRUE(half.SendBytes(std::string(100, '\0')));
-        EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, WORK_ROOT)).result, 0);
-    }
-    bool incomplete = false;
-    for (int i = 0; i < 2000 && !incomplete; ++i) {
-        incomplete = LastJournalEntry().outcome == JournalOutcome::INCOMPLETE;
-        usleep(1000);
-    }
-    EXPECT_TRUE(incomplete) << "the half request is journalled once its client goes";
     service_->Stop();
     EXPECT_TRUE(stalled.PeerClosed()) << "stopping ends a stall";
 }

@@ -143,6 +143,14 @@ bool RawConnection::PeerClosed() {
     return fd_ >= 0 && read(fd_, &byte, 1) == 0;
 }
 
+bool RawConnection::WaitUntilRead() {
+    int pending = 1;
+    for (int i = 0; i < 5000 && fd_ >= 0 && ioctl(fd_, SIOCOUTQ, &pending) == 0 && pending > 0; ++i) {
+        usleep(1000);
+    }
+    return pending == 0;
+}
+
 RawReply Exchange(const Host::MigrateRequest &request) {
     return RawConnection().Exchange(request);
 }

@@ -48,6 +48,8 @@ public:
     }
     // True when the other end has closed the connection.
     bool PeerClosed();
+    // Waits (up to 5 s) until the other end has read every byte sent; false if it has not.
+    bool WaitUntilRead();
 
 private:
     int fd_ = -1;

@@ -153,14 +153,13 @@ TEST_F(OperationsTest, BadOwnerModeOrRecursionIsRefusedBeforeAnythingIsMade) {
     }
 }
 
-TEST_F(OperationsTest, CopiesKeepContentModeAndLinksAndReplaceAnExistingFile) {
+TEST_F(OperationsTest, CopiesKeepContentAndLinksAndReplaceAnExistingFile) {
     WriteFile(WORK_ROOT + "/src.json", "{\"a\":1}", 0640);
     WriteFile(APP_ROOT + "/dst/old.json", "old");
     EXPECT_EQ(Exchange(Request(MigrateOp::COPY_ALL_FILE, WORK_ROOT + "/src.json", APP_ROOT + "/dst/old.json"))
                   .result,
               0);
     EXPECT_EQ(ReadFile(APP_ROOT + "/dst/old.json"), "{\"a\":1}");
-    EXPECT_EQ(Lstat(APP_ROOT + "/dst/old.json").st_mode & 0777, 0640u);
     EXPECT_EQ(ReadFile(WORK_ROOT + "/src.json"), "{\"a\":1}");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(APP_ROOT + "/dst"), {}), 1)
         << "no temporary left";

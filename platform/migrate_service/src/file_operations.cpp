@@ -18,12 +18,54 @@ namespace {
 // Deeper trees are refused rather than risking the stack of a connection thread.
 constexpr int MAX_DEPTH = 128;
 constexpr size_t COPY_CHUNK = 64 * 1024;
-constexpr mode_t PERMISSION_BITS = 0777;
+// What the service creates is owner-only until a mode change says otherwise.
+constexpr mode_t NEW_FILE_MODE = 0600;
+constexpr mode_t NEW_DIR_MODE = 0700;
 
 std::atomic<uint64_t> g_tempCounter{0};
 
 std::string TempName() {
     return ".migrate-tmp-" + std::to_string(getpid()) + "-" + std::to_string(g_tempCounter.fetch_add(1));
+}
+
+std::string ChildPath(const std::string &path, const std::string &child) {
+    return path == "/" ? "/" + child : path + "/" + child;
+}
+
+// A file other than a directory with another name may be that name's file outside the roots.
+int RefuseShared(const struct stat &st, const std::string &path, std::string &refusal) {
+    if (S_ISDIR(st.st_mode) || st.st_nlink <= 1) {
+        return 0;
+    }
+    refusal = path + " has " + std::to_string(st.st_nlink) +
+              " hard links; a file with another name is not changed or copied";
+    return EMLINK;
+}
+
+// Opens the entry itself, never through a link, so that what is checked is what is changed.
+// Files and directories are opened for reading (without waiting on a pipe or taking a terminal);
+// links and sockets, which cannot be, as O_PATH handles.
+int OpenEntry(int dirFd, const std::string &name, UniqueFd &fd, struct stat &st) {
+    fd.Reset(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd.Valid() && errno != ENOENT && errno != ENOTDIR) {
+        fd.Reset(openat(dirFd, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    }
+    if (!fd.Valid()) {
+        return errno;
+    }
+    return fstat(fd.Get(), &st) == 0 ? 0 : errno;
+}
+
+// fchmod refuses an O_PATH handle; the handle's own entry in /proc reaches the same inode.
+int ChangeMode(int fd, mode_t mode) {
+    if (fchmod(fd, mode) == 0) {
+        return 0;
+    }
+    if (errno != EBADF) {
+        return errno;
+    }
+    std::string self = "/proc/self/fd/" + std::to_string(fd);
+    return chmod(self.c_str(), mode) == 0 ? 0 : errno;
 }
 
 int ListNamesFd(int dirFd, std::vector<std::string> &names) {
@@ -51,25 +93,22 @@ int ListNamesFd(int dirFd, std::vector<std::string> &names) {
     return err;
 }
 
+// Calls `visit(dirFd, childName)` for each entry of the open directory.
+template <typename Visit>
+int ForEachChildOf(int dirFd, Visit visit) {
+    std::vector<std::string> names;
+    int err = ListNamesFd(dirFd, names);
+    for (size_t i = 0; err == 0 && i < names.size(); ++i) {
+        err = visit(dirFd, names[i]);
+    }
+    return err;
+}
+
 // Opens a directory for reading its entries, and calls `visit(fd, childName)` for each of them.
 template <typename Visit>
 int ForEachChild(int dirFd, const std::string &name, Visit visit) {
     UniqueFd dir(OpenDirNoFollow(dirFd, name, O_RDONLY));
-    if (!dir.Valid()) {
-        return errno;
-    }
-    std::vector<std::string> names;
-    int err = ListNamesFd(dir.Get(), names);
-    if (err != 0) {
-        return err;
-    }
-    for (const std::string &child : names) {
-        err = visit(dir.Get(), child);
-        if (err != 0) {
-            return err;
-        }
-    }
-    return 0;
+    return dir.Valid() ? ForEachChildOf(dir.Get(), visit) : errno;
 }
 
 int RemoveTreeAt(int dirFd, const std::string &name, int depth) {
@@ -121,9 +160,11 @@ int CopyData(int in, int out) {
 }
 
 // Writes the copy under a temporary name and renames it over the destination, so a link that
-// already sits at the destination is replaced and never written through.
-int CopyFile(int srcDir, const std::string &srcName, int dstDir, const std::string &dstName) {
-    UniqueFd in(openat(srcDir, srcName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+// already sits at the destination is replaced and never written through. The copy is owner-only
+// from the moment it exists: the source's mode is not carried over.
+int CopyFile(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+             const std::string &dstName, std::string &refusal) {
+    UniqueFd in(openat(srcDir, srcName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!in.Valid()) {
         return errno;
     }
@@ -134,15 +175,18 @@ int CopyFile(int srcDir, const std::string &srcName, int dstDir, const std::stri
     if (!S_ISREG(st.st_mode)) {
         return EINVAL;
     }
+    int err = RefuseShared(st, srcPath, refusal);
+    if (err != 0) {
+        return err;
+    }
     std::string temp = TempName();
-    UniqueFd out(openat(dstDir, temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    UniqueFd out(
+        openat(dstDir, temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, NEW_FILE_MODE));
     if (!out.Valid()) {
         return errno;
     }
-    int err = CopyData(in.Get(), out.Get());
-    if (err == 0 && fchmod(out.Get(), st.st_mode & PERMISSION_BITS) != 0) {
-        err = errno;
-    }
+    // The umask may have narrowed the creation mode; the copy is exactly owner read and write.
+    err = fchmod(out.Get(), NEW_FILE_MODE) == 0 ? CopyData(in.Get(), out.Get()) : errno;
     if (err == 0 && close(out.Release()) != 0) {
         err = errno;
     }
@@ -174,15 +218,16 @@ int CopyLink(int srcDir, const std::string &srcName, int dstDir, const std::stri
     return 0;
 }
 
-int CopyTreeAt(int srcDir, const std::string &srcName, int dstDir, const std::string &dstName, int depth);
+int CopyTreeAt(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+               const std::string &dstName, int depth, std::string &refusal);
 
-int CopyDir(int srcDir, const std::string &srcName, const struct stat &srcStat, int dstDir,
-            const std::string &dstName, int depth) {
+// The new directory stays owner-only: it is made so, and the source's mode is not carried over.
+int CopyDir(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+            const std::string &dstName, int depth, std::string &refusal) {
     if (depth >= MAX_DEPTH) {
         return ELOOP;
     }
-    // Made owner-only until filled, then given the source's mode.
-    int err = MakeDir(dstDir, dstName, 0700);
+    int err = MakeDir(dstDir, dstName, NEW_DIR_MODE);
     if (err != 0) {
         return err;
     }
@@ -190,27 +235,22 @@ int CopyDir(int srcDir, const std::string &srcName, const struct stat &srcStat, 
     if (!dst.Valid()) {
         return errno;
     }
-    err = ForEachChild(srcDir, srcName, [&dst, depth](int fd, const std::string &child) {
-        return CopyTreeAt(fd, child, dst.Get(), child, depth + 1);
+    return ForEachChild(srcDir, srcName, [&](int fd, const std::string &child) {
+        return CopyTreeAt(fd, child, ChildPath(srcPath, child), dst.Get(), child, depth + 1, refusal);
     });
-    if (err != 0) {
-        return err;
-    }
-    return fchmodat(dstDir, dstName.c_str(), srcStat.st_mode & PERMISSION_BITS, AT_SYMLINK_NOFOLLOW) == 0
-               ? 0
-               : errno;
 }
 
-int CopyTreeAt(int srcDir, const std::string &srcName, int dstDir, const std::string &dstName, int depth) {
+int CopyTreeAt(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+               const std::string &dstName, int depth, std::string &refusal) {
     struct stat st {};
     if (fstatat(srcDir, srcName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno;
     }
     if (S_ISREG(st.st_mode)) {
-        return CopyFile(srcDir, srcName, dstDir, dstName);
+        return CopyFile(srcDir, srcName, srcPath, dstDir, dstName, refusal);
     }
     if (S_ISDIR(st.st_mode)) {
-        return CopyDir(srcDir, srcName, st, dstDir, dstName, depth);
+        return CopyDir(srcDir, srcName, srcPath, dstDir, dstName, depth, refusal);
     }
     if (S_ISLNK(st.st_mode)) {
         return CopyLink(srcDir, srcName, dstDir, dstName);
@@ -218,43 +258,72 @@ int CopyTreeAt(int srcDir, const std::string &srcName, int dstDir, const std::st
     return 0;
 }
 
-int ChownTreeAt(int dirFd, const std::string &name, uid_t uid, gid_t gid, bool recurse, int depth) {
-    if (fchownat(dirFd, name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW) != 0) {
-        return errno;
-    }
+int ChownTreeAt(int dirFd, const std::string &name, const std::string &path, uid_t uid, gid_t gid,
+                bool recurse, int depth, std::string &refusal) {
+    UniqueFd fd;
     struct stat st {};
-    if (!recurse || fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) {
-        return 0;
+    int err = OpenEntry(dirFd, name, fd, st);
+    if (err == 0) {
+        err = RefuseShared(st, path, refusal);
+    }
+    if (err == 0 && fchownat(fd.Get(), "", uid, gid, AT_EMPTY_PATH) != 0) {
+        err = errno;
+    }
+    if (err != 0 || !recurse || !S_ISDIR(st.st_mode)) {
+        return err;
     }
     if (depth >= MAX_DEPTH) {
         return ELOOP;
     }
-    return ForEachChild(dirFd, name, [uid, gid, depth](int fd, const std::string &child) {
-        return ChownTreeAt(fd, child, uid, gid, true, depth + 1);
+    return ForEachChildOf(fd.Get(), [&](int dir, const std::string &child) {
+        return ChownTreeAt(dir, child, ChildPath(path, child), uid, gid, true, depth + 1, refusal);
     });
 }
 
-int ChmodTreeAt(int dirFd, const std::string &name, mode_t mode, bool recurse, int depth) {
+int ChmodTreeAt(int dirFd, const std::string &name, const std::string &path, mode_t mode, bool recurse,
+                int depth, std::string &refusal) {
+    UniqueFd fd;
     struct stat st {};
-    if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        return errno;
+    int err = OpenEntry(dirFd, name, fd, st);
+    if (err != 0) {
+        return err;
     }
     if (S_ISLNK(st.st_mode)) {
         return depth == 0 ? EOPNOTSUPP : 0;
     }
-    // AT_SYMLINK_NOFOLLOW again: a link swapped in since the check is refused, not followed.
-    if (fchmodat(dirFd, name.c_str(), mode, AT_SYMLINK_NOFOLLOW) != 0) {
-        return errno;
+    err = RefuseShared(st, path, refusal);
+    if (err == 0) {
+        err = ChangeMode(fd.Get(), mode);
     }
-    if (!recurse || !S_ISDIR(st.st_mode)) {
-        return 0;
+    if (err != 0 || !recurse || !S_ISDIR(st.st_mode)) {
+        return err;
     }
     if (depth >= MAX_DEPTH) {
         return ELOOP;
     }
-    return ForEachChild(dirFd, name, [mode, depth](int fd, const std::string &child) {
-        return ChmodTreeAt(fd, child, mode, true, depth + 1);
+    return ForEachChildOf(fd.Get(), [&](int dir, const std::string &child) {
+        return ChmodTreeAt(dir, child, ChildPath(path, child), mode, true, depth + 1, refusal);
     });
+}
+
+// Makes a regular file with one name owner-only before a rename shows it at its destination;
+// `restore` then holds its descriptor and mode. Anything else is left as it is.
+int NarrowBeforeMove(int dirFd, const std::string &name, UniqueFd &restore, mode_t &mode) {
+    struct stat st {};
+    if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) {
+        return 0;
+    }
+    UniqueFd fd(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd.Valid() || fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1 ||
+        (st.st_mode & 07777) == NEW_FILE_MODE) {
+        return 0;
+    }
+    if (fchmod(fd.Get(), NEW_FILE_MODE) != 0) {
+        return errno;
+    }
+    mode = st.st_mode & 07777;
+    restore = std::move(fd);
+    return 0;
 }
 
 int TreeSizeAt(int dirFd, const std::string &name, int64_t &size, int depth) {
@@ -287,7 +356,7 @@ int ListTreeAt(int dirFd, const std::string &name, const std::string &path, std:
         if (fstatat(fd, child.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
             return errno;
         }
-        std::string childPath = path == "/" ? "/" + child : path + "/" + child;
+        std::string childPath = ChildPath(path, child);
         bool isDir = S_ISDIR(st.st_mode);
         entries.push_back(childPath + (isDir ? ":1" : ":0"));
         return isDir ? ListTreeAt(fd, child, childPath, entries, depth + 1) : 0;
@@ -301,8 +370,10 @@ int Lstat(int dirFd, const std::string &name, struct stat &st) {
 
 int MakeDir(int dirFd, const std::string &name, mode_t mode) {
     if (mkdirat(dirFd, name.c_str(), mode) == 0) {
-        // The creation mode was narrowed by the umask; set exactly what was asked.
-        return fchmodat(dirFd, name.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+        // The creation mode was narrowed by the umask; set exactly what was asked, on the directory
+        // itself: the name may have been swapped for a link since.
+        UniqueFd dir(OpenDirNoFollow(dirFd, name, O_RDONLY));
+        return dir.Valid() && fchmod(dir.Get(), mode) == 0 ? 0 : errno;
     }
     int err = errno;
     struct stat st {};
@@ -316,27 +387,41 @@ int RemoveTree(int dirFd, const std::string &name) {
     return RemoveTreeAt(dirFd, name, 0);
 }
 
-int CopyTree(int srcDir, const std::string &srcName, int dstDir, const std::string &dstName) {
-    return CopyTreeAt(srcDir, srcName, dstDir, dstName, 0);
+int CopyTree(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+             const std::string &dstName, std::string &refusal) {
+    return CopyTreeAt(srcDir, srcName, srcPath, dstDir, dstName, 0, refusal);
 }
 
-int Move(int srcDir, const std::string &srcName, int dstDir, const std::string &dstName) {
+int Move(int srcDir, const std::string &srcName, const std::string &srcPath, int dstDir,
+         const std::string &dstName, std::string &refusal) {
+    UniqueFd narrowed;
+    mode_t mode = 0;
+    int err = NarrowBeforeMove(srcDir, srcName, narrowed, mode);
+    if (err != 0) {
+        return err;
+    }
     if (renameat(srcDir, srcName.c_str(), dstDir, dstName.c_str()) == 0) {
         return 0;
     }
-    if (errno != EXDEV) {
-        return errno;
+    err = errno;
+    if (narrowed.Valid()) {
+        (void)fchmod(narrowed.Get(), mode);
     }
-    int err = CopyTree(srcDir, srcName, dstDir, dstName);
+    if (err != EXDEV) {
+        return err;
+    }
+    err = CopyTree(srcDir, srcName, srcPath, dstDir, dstName, refusal);
     return err != 0 ? err : RemoveTree(srcDir, srcName);
 }
 
-int ChownTree(int dirFd, const std::string &name, uid_t uid, gid_t gid, bool recurse) {
-    return ChownTreeAt(dirFd, name, uid, gid, recurse, 0);
+int ChownTree(int dirFd, const std::string &name, const std::string &path, uid_t uid, gid_t gid, bool recurse,
+              std::string &refusal) {
+    return ChownTreeAt(dirFd, name, path, uid, gid, recurse, 0, refusal);
 }
 
-int ChmodTree(int dirFd, const std::string &name, mode_t mode, bool recurse) {
-    return ChmodTreeAt(dirFd, name, mode, recurse, 0);
+int ChmodTree(int dirFd, const std::string &name, const std::string &path, mode_t mode, bool recurse,
+              std::string &refusal) {
+    return ChmodTreeAt(dirFd, name, path, mode, recurse, 0, refusal);
 }
 
 int TreeSize(int dirFd, const std::string &name, int64_t &size) {

@@ -48,9 +48,17 @@ int main(int argc, char **argv) {
         ->check(CLI::ExistingFile);
     app.add_option("--ready-fd", readyFd, "Write \"ready\" to this descriptor and close it once listening")
         ->check(CLI::NonNegativeNumber);
-    app.add_option("--idle-timeout", options.idleTimeoutSeconds, "Close a connection idle this many seconds")
+    app.add_option("--idle-timeout", options.idleTimeoutSeconds,
+                   "Close a connection that waits this many seconds for a request")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, 86400));
+    app.add_option("--request-timeout", options.requestTimeoutSeconds,
+                   "Drop a request whose bytes have not all arrived this many seconds after the first")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 3600));
+    app.add_option("--max-connections", options.maxConnections, "Connections served at once")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 4096));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {

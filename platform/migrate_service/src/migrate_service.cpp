@@ -12,9 +12,10 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <mutex>
-#include <set>
 #include <system_error>
 #include <thread>
 
@@ -33,6 +34,8 @@ std::vector<std::string> DefaultAllowedRoots() {
 namespace {
 constexpr int LISTEN_BACKLOG = 16;
 constexpr int SEND_TIMEOUT_SECONDS = 10;
+// How long the accept loop waits before trying again when it cannot take a waiting client.
+constexpr int ACCEPT_BACKOFF_MS = 100;
 constexpr mode_t ROOT_DIR_MODE = 0755;
 constexpr mode_t SOCKET_MODE = 0600;
 
@@ -75,12 +78,32 @@ bool SomeoneListens(const sockaddr_un &address) {
            connect(probe.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
 }
 
-// Reads exactly `length` bytes; the count read when the stream ends or fails first.
-size_t ReadFull(int fd, unsigned char *buf, size_t length) {
-    size_t got = 0;
-    while (got < length) {
-        ssize_t n = recv(fd, buf + got, length - got, 0);
-        if (n < 0 && errno == EINTR) {
+// Reads one request: waits for its first bytes as long as the socket's receive timeout allows
+// (the idle timeout), then up to `requestTimeout` for the rest. The count read; `timedOut` tells
+// whether the rest was too slow rather than the stream ending or failing.
+size_t ReadRequest(int fd, unsigned char *buf, std::chrono::milliseconds requestTimeout, bool &timedOut) {
+    ssize_t n = 0;
+    do {
+        n = recv(fd, buf, REQUEST_LENGTH, 0);
+    } while (n < 0 && errno == EINTR);
+    if (n <= 0) {
+        return 0;
+    }
+    size_t got = static_cast<size_t>(n);
+    if (got == REQUEST_LENGTH) {
+        return got;
+    }
+    auto deadline = std::chrono::steady_clock::now() + requestTimeout;
+    while (got < REQUEST_LENGTH) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd wait = {fd, POLLIN, 0};
+        int ready = left.count() > 0 ? poll(&wait, 1, static_cast<int>(left.count())) : 0;
+        if (ready == 0) {
+            timedOut = true;
+            break;
+        }
+        n = ready < 0 ? -1 : recv(fd, buf + got, REQUEST_LENGTH - got, MSG_DONTWAIT);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) {
             continue;
         }
         if (n <= 0) {
@@ -110,16 +133,39 @@ int64_t MicrosecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
         .count();
 }
+
+UniqueFd OpenSpareDescriptor() {
+    return UniqueFd(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
 }  // namespace
 
 struct MigrateService::Impl {
     explicit Impl(MigrateServiceOptions opts)
         : options(std::move(opts)), guard(std::make_unique<PathGuard>(options.allowedRoots)) {}
 
+    // An accepted connection. It is idle while it waits for a request (or the rest of one) and
+    // busy while a request is performed and answered.
+    struct Connection {
+        int fd = -1;
+        bool busy = false;
+        bool closing = false;  // closed by the service to make room; its thread is ending
+        std::chrono::steady_clock::time_point idleSince;
+    };
+
     void AcceptLoop();
+    // Gives the connection a place in the table, or closes it when every place is busy.
+    void Admit(UniqueFd client);
+    // Closes the connection that has waited longest for a request; false when all are busy.
+    bool MakeRoomLocked(uint64_t newcomer);
+    // Out of descriptors: lets one waiting client in on the spare descriptor and closes it at
+    // once, so that it sees a closed connection instead of waiting. False when that failed.
+    bool TurnAwayOneClient();
     void ServeConnection(UniqueFd fd, uint64_t id);
     // False when the connection must end.
     bool ServeOneRequest(int fd, uint64_t id);
+    // Marks the connection busy; false when it was closed to make room meanwhile.
+    bool StartServing(uint64_t id);
+    void FinishServing(uint64_t id);
     // Waits up to `ms` milliseconds; false when the service is stopping.
     bool PauseUnlessStopping(int32_t ms);
 
@@ -130,17 +176,20 @@ struct MigrateService::Impl {
 
     UniqueFd listenFd;
     UniqueFd wakeFd;
+    UniqueFd spareFd;
     std::thread acceptThread;
     bool started = false;
 
     std::mutex mutex;
     std::condition_variable changed;
     std::atomic<bool> stopping{false};
-    std::set<int> connections;
+    std::map<uint64_t, Connection> connections;  // by id
+    size_t closingConnections = 0;
     uint64_t nextConnection = 1;
 };
 
 void MigrateService::Impl::AcceptLoop() {
+    bool outOfDescriptors = false;
     for (;;) {
         pollfd fds[2] = {{listenFd.Get(), POLLIN, 0}, {wakeFd.Get(), POLLIN, 0}};
         if (poll(fds, 2, -1) < 0) {
@@ -156,24 +205,98 @@ void MigrateService::Impl::AcceptLoop() {
             continue;
         }
         UniqueFd client(accept4(listenFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-        if (!client.Valid()) {
+        if (client.Valid()) {
+            outOfDescriptors = false;
+            if (!spareFd.Valid()) {
+                spareFd = OpenSpareDescriptor();
+            }
+            Admit(std::move(client));
             continue;
         }
-        std::lock_guard<std::mutex> lock(mutex);
-        // Over the limit the connection is closed at once; a client sees a failed exchange.
-        if (stopping.load() || connections.size() >= options.maxConnections) {
+        int err = errno;
+        if (err == EINTR || err == EAGAIN || err == ECONNABORTED) {
             continue;
         }
-        uint64_t id = nextConnection++;
-        int fd = client.Get();
-        connections.insert(fd);
-        try {
-            std::thread(&Impl::ServeConnection, this, std::move(client), id).detach();
-        } catch (const std::system_error &) {
-            // No thread to serve it: the connection is closed like one over the limit.
-            connections.erase(fd);
+        if (err == EMFILE || err == ENFILE) {
+            if (!outOfDescriptors) {
+                std::fprintf(stderr,
+                             "migrate_service: out of file descriptors (%s); new connections are closed "
+                             "until some are free\n",
+                             std::strerror(err));
+                outOfDescriptors = true;
+            }
+            if (TurnAwayOneClient()) {
+                continue;
+            }
+        }
+        // The client stays queued: wait a little rather than spin on it.
+        pollfd wake = {wakeFd.Get(), POLLIN, 0};
+        if (poll(&wake, 1, ACCEPT_BACKOFF_MS) > 0) {
+            return;
         }
     }
+}
+
+bool MigrateService::Impl::TurnAwayOneClient() {
+    if (!spareFd.Valid()) {
+        return false;
+    }
+    spareFd.Reset();
+    bool accepted = UniqueFd(accept4(listenFd.Get(), nullptr, nullptr, SOCK_CLOEXEC)).Valid();
+    spareFd = OpenSpareDescriptor();
+    return accepted && spareFd.Valid();
+}
+
+void MigrateService::Impl::Admit(UniqueFd client) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (stopping.load()) {
+        return;
+    }
+    uint64_t id = nextConnection++;
+    if (connections.size() - closingConnections >= options.maxConnections && !MakeRoomLocked(id)) {
+        JournalEntry entry;
+        entry.connection = id;
+        entry.outcome = JournalOutcome::REFUSED;
+        entry.note = "connection closed at once: all " + std::to_string(options.maxConnections) +
+                     " connections are being served";
+        journal.Record(std::move(entry));
+        return;
+    }
+    int fd = client.Get();
+    connections[id] = Connection{fd, false, false, std::chrono::steady_clock::now()};
+    try {
+        std::thread(&Impl::ServeConnection, this, std::move(client), id).detach();
+    } catch (const std::system_error &) {
+        // No thread to serve it: the connection is closed at once.
+        connections.erase(id);
+    }
+}
+
+bool MigrateService::Impl::MakeRoomLocked(uint64_t newcomer) {
+    auto oldest = connections.end();
+    for (auto it = connections.begin(); it != connections.end(); ++it) {
+        const Connection &c = it->second;
+        if (!c.busy && !c.closing &&
+            (oldest == connections.end() || c.idleSince < oldest->second.idleSince)) {
+            oldest = it;
+        }
+    }
+    if (oldest == connections.end()) {
+        return false;
+    }
+    oldest->second.closing = true;
+    ++closingConnections;
+    shutdown(oldest->second.fd, SHUT_RDWR);
+    auto idleMs = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                        oldest->second.idleSince);
+    JournalEntry entry;
+    entry.connection = oldest->first;
+    entry.outcome = JournalOutcome::CLOSED;
+    entry.note = "closed after waiting " + std::to_string(idleMs.count()) +
+                 " ms for a request, to make room for connection " + std::to_string(newcomer) + " (all " +
+                 std::to_string(options.maxConnections) + " in use)";
+    journal.Record(std::move(entry));
+    return true;
 }
 
 void MigrateService::Impl::ServeConnection(UniqueFd fd, uint64_t id) {
@@ -184,9 +307,28 @@ void MigrateService::Impl::ServeConnection(UniqueFd fd, uint64_t id) {
     while (!stopping.load() && ServeOneRequest(fd.Get(), id)) {
     }
     std::lock_guard<std::mutex> lock(mutex);
-    connections.erase(fd.Get());
+    auto it = connections.find(id);
+    if (it->second.closing) {
+        --closingConnections;
+    }
+    connections.erase(it);
     fd.Reset();
     changed.notify_all();
+}
+
+bool MigrateService::Impl::StartServing(uint64_t id) {
+    std::lock_guard<std::mutex> lock(mutex);
+    Connection &c = connections.at(id);
+    c.busy = !c.closing;
+    return c.busy;
+}
+
+void MigrateService::Impl::FinishServing(uint64_t id) {
+    auto now = std::chrono::steady_clock::now();
+    std::lock_guard<std::mutex> lock(mutex);
+    Connection &c = connections.at(id);
+    c.busy = false;
+    c.idleSince = now;
 }
 
 bool MigrateService::Impl::PauseUnlessStopping(int32_t ms) {
@@ -196,17 +338,26 @@ bool MigrateService::Impl::PauseUnlessStopping(int32_t ms) {
 
 bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
     unsigned char buf[REQUEST_LENGTH];
-    size_t got = ReadFull(fd, buf, sizeof(buf));
+    bool timedOut = false;
+    size_t got = ReadRequest(fd, buf, std::chrono::seconds(options.requestTimeoutSeconds), timedOut);
     auto start = std::chrono::steady_clock::now();
     JournalEntry entry;
     entry.connection = id;
     if (got != sizeof(buf)) {
         if (got > 0) {
             entry.outcome = JournalOutcome::INCOMPLETE;
-            entry.note = "connection ended after " + std::to_string(got) + " of " +
-                         std::to_string(REQUEST_LENGTH) + " request bytes";
+            entry.note =
+                std::to_string(got) + " of " + std::to_string(REQUEST_LENGTH) + " request bytes, then " +
+                (timedOut ? "nothing more for " + std::to_string(options.requestTimeoutSeconds) + " s"
+                          : std::string("the connection ended"));
             journal.Record(std::move(entry));
         }
+        return false;
+    }
+    if (!StartServing(id)) {
+        entry.outcome = JournalOutcome::DROPPED;
+        entry.note = "the connection was closed to make room just as its request arrived";
+        journal.Record(std::move(entry));
         return false;
     }
     std::string badField;
@@ -247,7 +398,9 @@ bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
     entry.durationUs = MicrosecondsSince(start);
     // Journalled before the reply leaves, so a client that has its answer finds the entry.
     journal.Record(std::move(entry));
-    return WriteFull(fd, EncodeReply(reply));
+    bool sent = WriteFull(fd, EncodeReply(reply));
+    FinishServing(id);
+    return sent;
 }
 
 MigrateService::MigrateService(MigrateServiceOptions options)
@@ -294,7 +447,9 @@ bool MigrateService::Start(std::string &error) {
     }
     s.listenFd.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     s.wakeFd.Reset(eventfd(0, EFD_CLOEXEC));
-    if (!s.listenFd.Valid() || !s.wakeFd.Valid()) {
+    // Held back for the moment descriptors run out, so that waiting clients can still be told no.
+    s.spareFd = OpenSpareDescriptor();
+    if (!s.listenFd.Valid() || !s.wakeFd.Valid() || !s.spareFd.Valid()) {
         error = Describe("cannot create the service socket", errno);
         return false;
     }
@@ -323,8 +478,8 @@ void MigrateService::Stop() {
     {
         std::lock_guard<std::mutex> lock(s.mutex);
         s.stopping = true;
-        for (int fd : s.connections) {
-            shutdown(fd, SHUT_RDWR);
+        for (const auto &[id, connection] : s.connections) {
+            shutdown(connection.fd, SHUT_RDWR);
         }
     }
     s.changed.notify_all();
@@ -337,6 +492,7 @@ void MigrateService::Stop() {
     unlink(s.options.socketPath.c_str());
     s.listenFd.Reset();
     s.wakeFd.Reset();
+    s.spareFd.Reset();
     s.started = false;
 }
 

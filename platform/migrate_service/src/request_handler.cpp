@@ -47,6 +47,11 @@ MigrateReply FailOp(int err, Verdict &verdict, const std::string &what) {
     return Failure(err, verdict, what + ": " + std::strerror(err));
 }
 
+// A tree operation's failure, refused when it met an entry it must not touch.
+MigrateReply TreeFailure(int err, const std::string &refusal, Verdict &verdict, const std::string &what) {
+    return refusal.empty() ? FailOp(err, verdict, what) : Refuse(err, verdict, refusal);
+}
+
 bool ValidRecurseOpt(int32_t opt) {
     return opt == RECURSE_NONE || opt == RECURSE_ALL;
 }
@@ -206,16 +211,18 @@ MigrateReply RequestHandler::PrepareDir(const MigrateRequest &request, Verdict &
     if (err != 0) {
         return FailOp(err, verdict, "cannot make " + target.path);
     }
+    std::string refusal;
     if (owner.any) {
-        err = FileOps::ChownTree(target.dir.Get(), target.name, owner.uid, owner.gid, recurse);
+        err = FileOps::ChownTree(target.dir.Get(), target.name, target.path, owner.uid, owner.gid, recurse,
+                                 refusal);
         if (err != 0) {
-            return FailOp(err, verdict, "cannot change owner of " + target.path);
+            return TreeFailure(err, refusal, verdict, "cannot change owner of " + target.path);
         }
     }
     if (setMode) {
-        err = FileOps::ChmodTree(target.dir.Get(), target.name, mode, recurse);
+        err = FileOps::ChmodTree(target.dir.Get(), target.name, target.path, mode, recurse, refusal);
         if (err != 0) {
-            return FailOp(err, verdict, "cannot change mode of " + target.path);
+            return TreeFailure(err, refusal, verdict, "cannot change mode of " + target.path);
         }
     }
     return Success();
@@ -248,15 +255,18 @@ MigrateReply RequestHandler::Transfer(const MigrateRequest &request, Verdict &ve
     if (err != 0) {
         return FailOp(err, verdict, "cannot reach " + src.path);
     }
+    std::string refusal;
     if (!subEntries) {
-        err = isMove ? FileOps::Move(src.dir.Get(), src.name, dst.dir.Get(), dst.name)
-                     : FileOps::CopyTree(src.dir.Get(), src.name, dst.dir.Get(), dst.name);
-        return err == 0 ? Success() : FailOp(err, verdict, "cannot transfer " + src.path + " to " + dst.path);
+        err = isMove ? FileOps::Move(src.dir.Get(), src.name, src.path, dst.dir.Get(), dst.name, refusal)
+                     : FileOps::CopyTree(src.dir.Get(), src.name, src.path, dst.dir.Get(), dst.name, refusal);
+        return err == 0
+                   ? Success()
+                   : TreeFailure(err, refusal, verdict, "cannot transfer " + src.path + " to " + dst.path);
     }
     if (!S_ISDIR(srcStat.st_mode)) {
         return Failure(ENOTDIR, verdict, src.path + " is not a directory");
     }
-    err = FileOps::MakeDir(dst.dir.Get(), dst.name, srcStat.st_mode & 0777);
+    err = FileOps::MakeDir(dst.dir.Get(), dst.name, NEW_DIR_MODE);
     if (err != 0) {
         return FailOp(err, verdict, "cannot make " + dst.path);
     }
@@ -268,10 +278,12 @@ MigrateReply RequestHandler::Transfer(const MigrateRequest &request, Verdict &ve
         err = errno;
     }
     for (size_t i = 0; err == 0 && i < names.size(); ++i) {
-        err = isMove ? FileOps::Move(srcDir.Get(), names[i], dstDir.Get(), names[i])
-                     : FileOps::CopyTree(srcDir.Get(), names[i], dstDir.Get(), names[i]);
+        std::string path = src.path + "/" + names[i];
+        err = isMove ? FileOps::Move(srcDir.Get(), names[i], path, dstDir.Get(), names[i], refusal)
+                     : FileOps::CopyTree(srcDir.Get(), names[i], path, dstDir.Get(), names[i], refusal);
     }
-    return err == 0 ? Success() : FailOp(err, verdict, "cannot transfer the entries of " + src.path);
+    return err == 0 ? Success()
+                    : TreeFailure(err, refusal, verdict, "cannot transfer the entries of " + src.path);
 }
 
 MigrateReply RequestHandler::Remove(const MigrateRequest &request, bool missingIsSuccess,
@@ -343,9 +355,10 @@ MigrateReply RequestHandler::Chown(const MigrateRequest &request, Verdict &verdi
     if (target.isRoot) {
         return RefuseRootChange(verdict);
     }
-    err = FileOps::ChownTree(target.dir.Get(), target.name, owner.uid, owner.gid,
-                             request.recurseOpt == RECURSE_ALL);
-    return err == 0 ? Success() : FailOp(err, verdict, "cannot change owner of " + target.path);
+    std::string refusal;
+    err = FileOps::ChownTree(target.dir.Get(), target.name, target.path, owner.uid, owner.gid,
+                             request.recurseOpt == RECURSE_ALL, refusal);
+    return err == 0 ? Success() : TreeFailure(err, refusal, verdict, "cannot change owner of " + target.path);
 }
 
 MigrateReply RequestHandler::Chmod(const MigrateRequest &request, Verdict &verdict) const {
@@ -364,8 +377,10 @@ MigrateReply RequestHandler::Chmod(const MigrateRequest &request, Verdict &verdi
     if (target.isRoot) {
         return RefuseRootChange(verdict);
     }
-    err = FileOps::ChmodTree(target.dir.Get(), target.name, mode, request.recurseOpt == RECURSE_ALL);
-    return err == 0 ? Success() : FailOp(err, verdict, "cannot change mode of " + target.path);
+    std::string refusal;
+    err = FileOps::ChmodTree(target.dir.Get(), target.name, target.path, mode,
+                             request.recurseOpt == RECURSE_ALL, refusal);
+    return err == 0 ? Success() : TreeFailure(err, refusal, verdict, "cannot change mode of " + target.path);
 }
 
 MigrateReply RequestHandler::GetExistDirectory(const MigrateRequest &request, Verdict &verdict) const {

@@ -19,6 +19,8 @@ std::string JournalOutcomeName(JournalOutcome outcome) {
             return "dropped";
         case JournalOutcome::INCOMPLETE:
             return "incomplete";
+        case JournalOutcome::CLOSED:
+            return "closed";
     }
     return "unknown";
 }

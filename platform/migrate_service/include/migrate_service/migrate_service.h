@@ -19,13 +19,19 @@ struct MigrateServiceOptions {
     std::string socketPath = MIGRATE_SERVICE_SOCKET_PATH;
     std::vector<std::string> allowedRoots = DefaultAllowedRoots();
     std::string journalPath;  // empty: the journal is kept in memory only
-    int idleTimeoutSeconds = 600;
+    // A connection waiting this long for its next request is closed.
+    int idleTimeoutSeconds = 30;
+    // A request whose first bytes arrived but not the rest within this time is dropped.
+    int requestTimeoutSeconds = 5;
+    // Connections served at once. A newcomer to a full table takes the place of the connection that
+    // has waited longest for a request; it is turned away only when every connection is being served.
     size_t maxConnections = 64;
 };
 
 // The privileged file service behind the migrate socket. Start() makes the allowed roots that are
 // missing, binds and listens; from then on each connection is served on a thread of its own, one
-// request after the other, until the peer closes, stays idle too long, or Stop() is called.
+// request after the other, until the peer closes, stays idle too long, sends only part of a
+// request, is closed to make room for a newcomer, or Stop() is called.
 class MigrateService {
 public:
     explicit MigrateService(MigrateServiceOptions options = {});

@@ -18,7 +18,8 @@ enum class JournalOutcome {
     REFUSED,     // not performed: malformed or outside what the service allows
     FAULT,       // answered by an injected failure
     DROPPED,     // connection closed by an injected fault, no reply
-    INCOMPLETE,  // the connection ended before a whole request arrived
+    INCOMPLETE,  // the connection ended, or timed out, before a whole request arrived
+    CLOSED,      // an idle connection closed by the service to make room for a newcomer
 };
 
 struct JournalEntry {
