@@ -1,39 +1,22 @@
 // A snapshot that is a folder on the host. It is walked through directory descriptors without
 // following any link, so that nothing outside the folder can be reached through it.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
 
 #include "snapshot_source.h"
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 namespace {
 
 // Deeper folders are not walked: no restore needs them, and the walk's stack stays bounded.
 constexpr int MAX_DEPTH = 32;
-
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    int Get() const { return fd_; }
-    bool Valid() const { return fd_ >= 0; }
-
-private:
-    int fd_;
-};
 
 std::string SystemError(const std::string &what) {
     return what + ": " + std::strerror(errno) + ".";
@@ -93,7 +76,7 @@ public:
     std::string Root() const override { return rootWords_; }
 
     std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
-        Fd root(open(rootPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        UniqueFd root(open(rootPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!root.Valid()) {
             return SystemError("could not open the snapshot folder " + rootPath_);
         }
@@ -137,7 +120,7 @@ private:
             if (depth + 1 >= MAX_DEPTH) {
                 return "";
             }
-            Fd child(openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            UniqueFd child(openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             if (!child.Valid()) {
                 return SystemError("could not open " + entry.origin);
             }
@@ -149,7 +132,7 @@ private:
         }
         // Opened without following a link and checked again on the descriptor: what is read is
         // the file that was looked at, even if the name was swapped in between.
-        Fd file(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        UniqueFd file(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         struct stat opened {};
         if (!file.Valid() || fstat(file.Get(), &opened) != 0) {
             return SystemError("could not open " + entry.origin);
@@ -162,28 +145,11 @@ private:
     }
 
     std::string ListNames(int dirFd, const std::string &relative, std::vector<std::string> &names) {
-        int copy = dup(dirFd);
-        DIR *dir = copy >= 0 ? fdopendir(copy) : nullptr;
-        if (dir == nullptr) {
-            if (copy >= 0) {
-                close(copy);
-            }
-            return SystemError("could not list " + Origin(relative));
-        }
-        errno = 0;
-        while (struct dirent *entry = readdir(dir)) {
-            std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                names.push_back(std::move(name));
-            }
-        }
-        int err = errno;
-        closedir(dir);
+        int err = ListDirectoryNames(dirFd, names);
         if (err != 0) {
             errno = err;
             return SystemError("could not list " + Origin(relative));
         }
-        std::sort(names.begin(), names.end());
         return "";
     }
 

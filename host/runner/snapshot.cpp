@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "support/fd_io.h"
+
 namespace Zarvo::Host {
 namespace {
 
@@ -118,21 +120,6 @@ std::string MakeDirectories(const std::string &path) {
             return "";
         }
     }
-}
-
-bool WriteAll(int fd, const char *data, size_t size) {
-    while (size > 0) {
-        ssize_t put = write(fd, data, size);
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
-            return false;
-        }
-        data += put;
-        size -= static_cast<size_t>(put);
-    }
-    return true;
 }
 
 class Layer {

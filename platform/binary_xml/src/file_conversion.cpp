@@ -10,46 +10,11 @@
 #include <vector>
 
 #include "binary_xml/abx_format.h"
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::BinaryXml {
 namespace {
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    FileDescriptor(const FileDescriptor &) = delete;
-    FileDescriptor &operator=(const FileDescriptor &) = delete;
-
-    int Get() const { return fd_; }
-    // Closes now, reporting whether buffered data reached the file.
-    bool Close() {
-        int fd = fd_;
-        fd_ = -1;
-        return close(fd) == 0;
-    }
-
-private:
-    int fd_;
-};
-
-bool WriteAll(int fd, std::string_view content) {
-    while (!content.empty()) {
-        ssize_t written = write(fd, content.data(), content.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 bool LooksLikeTextXml(std::string_view source) {
     static constexpr std::string_view UTF8_BOM = "\xEF\xBB\xBF";
@@ -81,7 +46,7 @@ Status ReadSourceFile(const std::string &path, std::string &content) {
     if (path.empty()) {
         return Status::SOURCE_UNREADABLE;
     }
-    FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Host::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat info {};
     if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return Status::SOURCE_UNREADABLE;
@@ -118,11 +83,11 @@ Status WriteFileAtomically(const std::string &path, std::string_view content) {
     static constexpr std::string_view SUFFIX = ".tmp-XXXXXX";
     temporary.insert(temporary.end(), SUFFIX.begin(), SUFFIX.end());
     temporary.push_back('\0');
-    FileDescriptor fd(mkostemp(temporary.data(), O_CLOEXEC));
+    Host::UniqueFd fd(mkostemp(temporary.data(), O_CLOEXEC));
     if (fd.Get() < 0) {
         return Status::DESTINATION_UNWRITABLE;
     }
-    bool written = WriteAll(fd.Get(), content) && fsync(fd.Get()) == 0;
+    bool written = Host::WriteAll(fd.Get(), content.data(), content.size()) && fsync(fd.Get()) == 0;
     written = fd.Close() && written;
     if (!written || rename(temporary.data(), path.c_str()) != 0) {
         unlink(temporary.data());

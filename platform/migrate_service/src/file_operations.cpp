@@ -1,16 +1,15 @@
 #include "file_operations.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 
 #include "path_guard.h"
-#include "unique_fd.h"
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host::FileOps {
 
@@ -68,36 +67,11 @@ int ChangeMode(int fd, mode_t mode) {
     return chmod(self.c_str(), mode) == 0 ? 0 : errno;
 }
 
-int ListNamesFd(int dirFd, std::vector<std::string> &names) {
-    int copy = dup(dirFd);
-    if (copy < 0) {
-        return errno;
-    }
-    DIR *dir = fdopendir(copy);
-    if (dir == nullptr) {
-        int err = errno;
-        close(copy);
-        return err;
-    }
-    rewinddir(dir);
-    errno = 0;
-    while (struct dirent *entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.push_back(std::move(name));
-        }
-    }
-    int err = errno;
-    closedir(dir);
-    std::sort(names.begin(), names.end());
-    return err;
-}
-
 // Calls `visit(dirFd, childName)` for each entry of the open directory.
 template <typename Visit>
 int ForEachChildOf(int dirFd, Visit visit) {
     std::vector<std::string> names;
-    int err = ListNamesFd(dirFd, names);
+    int err = ListDirectoryNames(dirFd, names);
     for (size_t i = 0; err == 0 && i < names.size(); ++i) {
         err = visit(dirFd, names[i]);
     }
@@ -438,7 +412,7 @@ int ListNames(int dirFd, const std::string &name, std::vector<std::string> &name
     if (!dir.Valid()) {
         return errno;
     }
-    return ListNamesFd(dir.Get(), names);
+    return ListDirectoryNames(dir.Get(), names);
 }
 
 }  // namespace Zarvo::Host::FileOps

@@ -21,7 +21,7 @@
 
 #include "path_guard.h"
 #include "request_handler.h"
-#include "unique_fd.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "unique_fd.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 

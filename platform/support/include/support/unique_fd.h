@@ -1,5 +1,5 @@
-#ifndef MIGRATE_SERVICE_UNIQUE_FD_H
-#define MIGRATE_SERVICE_UNIQUE_FD_H
+#ifndef ZARVO_SUPPORT_UNIQUE_FD_H
+#define ZARVO_SUPPORT_UNIQUE_FD_H
 
 #include <unistd.h>
 
@@ -26,6 +26,8 @@ public:
     int Get() const { return fd_; }
     bool Valid() const { return fd_ >= 0; }
     int Release() { return std::exchange(fd_, -1); }
+    // Closes now; false when the close failed (for a written file: data may not have reached it).
+    bool Close() { return close(Release()) == 0; }
     void Reset(int fd = -1) {
         if (fd_ >= 0) {
             close(fd_);
@@ -39,4 +41,4 @@ private:
 
 }  // namespace Zarvo::Host
 
-#endif  // MIGRATE_SERVICE_UNIQUE_FD_H
+#endif  // ZARVO_SUPPORT_UNIQUE_FD_H
