@@ -119,7 +119,7 @@ int Run(const Options &options, int64_t startNs) {
         snapshot = SAMPLE_SNAPSHOT;
     }
     report.snapshot = snapshot;
-    std::unique_ptr<SnapshotSource> source = OpenFolderSnapshot(snapshot, error);
+    std::unique_ptr<SnapshotSource> source = OpenSnapshot(snapshot, error);
     if (source == nullptr) {
         return Fail(error);
     }
@@ -194,8 +194,9 @@ int main(int argc, char *argv[]) {
     app.add_option("-p,--plugin", options.plugin, "The plug-in to load")->check(CLI::ExistingFile);
     app.add_option("-s,--snapshot", options.snapshot,
                    "An Android data snapshot (system_ce/0/accounts_ce.db, system/users/...) or a work tree "
-                   "(back/...); default: the built-in sample phone")
-        ->check(CLI::ExistingDirectory);
+                   "(back/...), as a folder or an archive (tar, tar.gz/xz/zst/bz2, zip, the first piece of a "
+                   "split backup); default: the built-in sample phone")
+        ->check(CLI::ExistingPath);
     app.add_option("-d,--device-state", options.deviceState,
                    "Device state JSON (OS accounts, bundles, faults)")
         ->check(CLI::ExistingFile);

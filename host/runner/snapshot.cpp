@@ -201,6 +201,10 @@ private:
 
 }  // namespace
 
+std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId) {
+    return std::make_unique<RestoreSelection>(activeUserId);
+}
+
 std::string LaySnapshot(SnapshotSource &source, int activeUserId, LaidSnapshot &result,
                         const LayLimits &limits) {
     Layer layer(activeUserId, limits, result);

@@ -2,6 +2,7 @@
 #define HOST_RUNNER_SNAPSHOT_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,9 @@ struct LayLimits {
     uint64_t fileBytes = 128ull << 20;
     uint64_t totalBytes = 512ull << 20;
 };
+
+// The entries a restore takes from Android's /data (or a work tree), for a source to walk.
+std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId);
 
 // Lays a snapshot into the plug-in's work tree the way the migrate server does: the account
 // database of Android user 0 (with its -journal, -wal and -shm companions) under

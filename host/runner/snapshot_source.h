@@ -70,6 +70,10 @@ public:
 // (back/). Null with one sentence in `error` when `path` is none of them.
 std::unique_ptr<SnapshotSource> OpenFolderSnapshot(const std::string &path, std::string &error);
 
+// A folder or an archive file (see archive_snapshot.h), whichever `path` is. Null with one sentence
+// in `error` when it is neither.
+std::unique_ptr<SnapshotSource> OpenSnapshot(const std::string &path, std::string &error);
+
 }  // namespace Zarvo::Host
 
 #endif  // HOST_RUNNER_SNAPSHOT_SOURCE_H

@@ -1,16 +1,27 @@
 // Writes an Android data snapshot (system_ce/0/accounts_ce.db, system/users/...) for the sample
-// phone or for a phone described in a short JSON file.
+// phone or for a phone described in a short JSON file, as a folder or as an archive.
 #include <CLI/CLI.hpp>
 #include <iostream>
 
-#include "sample_phone.h"
+#include "sample_archive.h"
 
 int main(int argc, char *argv[]) {
     CLI::App app{"Writes an Android data snapshot of a sample phone."};
     std::string out;
     std::string description;
     bool textXml = false;
-    app.add_option("-o,--out", out, "Directory to write the snapshot into")->required();
+    std::string formName = "folder";
+    uint64_t pieceBytes = 16 * 1024;
+    app.add_option("-o,--out", out,
+                   "Where to write the snapshot: a directory, an archive file, or the name a split backup's "
+                   "pieces are numbered after")
+        ->required();
+    app.add_option("--form", formName,
+                   "folder, tar.gz (entries data/...), zip (entries fs/data/...) or split "
+                   "(a tar of /data/... in numbered pieces)")
+        ->check(CLI::IsMember({"folder", "tar.gz", "zip", "split"}));
+    app.add_option("--piece-size", pieceBytes, "Bytes in each piece of a split backup")
+        ->check(CLI::PositiveNumber);
     app.add_option("-d,--description", description,
                    "JSON description of the phone (default: the sample phone)")
         ->check(CLI::ExistingFile);
@@ -26,7 +37,9 @@ int main(int argc, char *argv[]) {
     if (textXml) {
         phone.userFileForm = Zarvo::Fixtures::UserFileForm::TEXT;
     }
-    error = Zarvo::Fixtures::BuildSamplePhone(phone, out);
+    Zarvo::Fixtures::SnapshotForm form = Zarvo::Fixtures::SnapshotForm::FOLDER;
+    Zarvo::Fixtures::ParseSnapshotForm(formName, form);
+    error = Zarvo::Fixtures::WriteSamplePhone(phone, out, form, pieceBytes);
     if (!error.empty()) {
         std::cerr << "make_sample_phone: " << error << std::endl;
         return 1;

@@ -10,29 +10,16 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "program_run.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
-struct RunResult {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
+using RunResult = Zarvo::Testing::ProgramRun;
 
 RunResult RunRunner(const std::string &arguments) {
-    std::string command = std::string(RUNNER_PATH) + " " + arguments + " 2>&1";
-    RunResult run;
-    FILE *pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return run;
-    }
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) {
-        run.output.append(buffer, n);
-    }
-    int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return Zarvo::Testing::RunProgram(std::string(RUNNER_PATH) + " " + arguments);
 }
 
 // The runner makes its own sandbox; these tests run it from outside one, as a person would.
@@ -194,7 +181,7 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
         std::string arguments;
         std::string says;
     } cases[] = {
-        {"--snapshot " + dir_ + "/missing", "Directory does not exist"},
+        {"--snapshot " + dir_ + "/missing", "does not exist"},
         {"--snapshot " + dir_, "holds neither"},
         {"--device-state " + bad, "restore_runner: "},
         {"--snapshot /data/whatever", "/data/whatever"},

@@ -1,0 +1,450 @@
+// A snapshot held in an archive, read once as a stream through libarchive. Where the data root lies
+// is known only once the whole archive has been read, and an archive that turns out cut short or
+// corrupt must not have laid anything: so the entries a restore takes are staged in an unnamed
+// temporary file while the stream passes, and handed to the visitor after its end. Everything else
+// streams through without being kept, so memory does not grow with the archive.
+#include "archive_snapshot.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+namespace Zarvo::Host {
+namespace {
+
+constexpr size_t READ_BLOCK = 1 << 20;
+constexpr size_t COPY_CHUNK = 64 * 1024;
+constexpr size_t MAX_NAME = 4096;
+// A tar stream ends with zero blocks of 512 bytes; one that stops without them was cut short.
+constexpr int64_t TAR_BLOCK = 512;
+
+std::string SizeText(uint64_t bytes) {
+    return bytes % (1 << 20) == 0 ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes) + " bytes";
+}
+
+bool IsPlainName(const std::string &component) {
+    return !component.empty() && component != "." && component != "..";
+}
+
+bool StartsWith(const std::string &text, const std::string &prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// One way to read an archive member's name: a data root, a run of plain folder names, and the path
+// below it.
+struct Reading {
+    std::string root;
+    std::string path;
+};
+
+// Every way to read `name` as <root><path>. "./" in front is dropped; a name that starts with "/"
+// keeps it in its root, so that /data/ and data/ are different roots.
+std::vector<Reading> Readings(std::string name) {
+    while (StartsWith(name, "./")) {
+        name.erase(0, 2);
+    }
+    std::string lead;
+    if (StartsWith(name, "/")) {
+        lead = "/";
+        name.erase(0, 1);
+    }
+    while (name.size() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    std::vector<Reading> readings{{lead, name}};
+    for (size_t start = 0, slash = name.find('/'); slash != std::string::npos;
+         start = slash + 1, slash = name.find('/', start)) {
+        if (!IsPlainName(name.substr(start, slash - start))) {
+            break;
+        }
+        readings.push_back({lead + name.substr(0, slash + 1), name.substr(slash + 1)});
+    }
+    return readings;
+}
+
+// A work tree's back/ is a common folder name: it marks a data root only at the archive's top or
+// in a folder named data, so that a back/ among a phone's own files is not taken for one.
+bool MayBeDataRoot(const Reading &reading) {
+    if (reading.path != "back" && !StartsWith(reading.path, "back/")) {
+        return true;
+    }
+    return reading.root.empty() || reading.root == "/" || reading.root == "data/" ||
+           reading.root == "/data/" ||
+           (reading.root.size() > 6 && reading.root.compare(reading.root.size() - 6, 6, "/data/") == 0);
+}
+
+std::string RootWords(const std::string &root) {
+    return root.empty() ? "the archive itself" : root + " in the archive";
+}
+
+// Orders paths as a walk of sorted folders does: a folder's entries right after it, before a
+// sibling whose name merely starts with the folder's ("10/photo.png" before "10.xml").
+bool WalksBefore(const std::string &a, const std::string &b) {
+    auto key = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c) + 1; };
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [&key](char x, char y) { return key(x) < key(y); });
+}
+
+EntryType TypeOf(archive_entry *header) {
+    if (archive_entry_hardlink(header) != nullptr) {
+        return EntryType::HARD_LINK;
+    }
+    switch (archive_entry_filetype(header)) {
+        case AE_IFREG:
+            return EntryType::FILE;
+        case AE_IFDIR:
+            return EntryType::DIRECTORY;
+        case AE_IFLNK:
+            return EntryType::SYMLINK;
+        case AE_IFIFO:
+            return EntryType::FIFO;
+        case AE_IFCHR:
+            return EntryType::CHARACTER_DEVICE;
+        case AE_IFBLK:
+            return EntryType::BLOCK_DEVICE;
+        case AE_IFSOCK:
+            return EntryType::SOCKET;
+        default:
+            return EntryType::OTHER;
+    }
+}
+
+std::string LinkTarget(archive_entry *header) {
+    const char *target = archive_entry_hardlink(header);
+    if (target == nullptr) {
+        target = archive_entry_symlink(header);
+    }
+    return target != nullptr ? std::string(target).substr(0, MAX_NAME) : "";
+}
+
+std::string MemberName(archive_entry *header) {
+    const char *name = archive_entry_pathname(header);
+    if (name == nullptr) {
+        name = archive_entry_pathname_utf8(header);
+    }
+    return name != nullptr ? name : "";
+}
+
+// An unnamed file in the temporary folder: it goes when it is closed, and nobody else can open it.
+class StagingFile {
+public:
+    ~StagingFile() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+
+    std::string Open() {
+        const char *tmp = std::getenv("TMPDIR");
+        const std::string dir = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+        fd_ = open(dir.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
+        if (fd_ < 0) {
+            std::string name = dir + "/restore_runner_XXXXXX";
+            fd_ = mkostemp(name.data(), O_CLOEXEC);
+            if (fd_ >= 0) {
+                unlink(name.c_str());
+            }
+        }
+        return fd_ >= 0 ? ""
+                        : "could not make a temporary file in " + dir + ": " + std::strerror(errno) + ".";
+    }
+
+    uint64_t Size() const { return size_; }
+    int Fd() const { return fd_; }
+
+    std::string Append(const char *data, size_t size) {
+        while (size > 0) {
+            ssize_t put = write(fd_, data, size);
+            if (put < 0 && errno == EINTR) {
+                continue;
+            }
+            if (put <= 0) {
+                return std::string("could not write the temporary file: ") + std::strerror(errno) + ".";
+            }
+            data += put;
+            size -= static_cast<size_t>(put);
+            size_ += static_cast<uint64_t>(put);
+        }
+        return "";
+    }
+
+private:
+    int fd_ = -1;
+    uint64_t size_ = 0;
+};
+
+// A staged file's content, read back from the staging file.
+class StagedReader : public EntryReader {
+public:
+    StagedReader(int fd, uint64_t offset, uint64_t size) : fd_(fd), offset_(offset), left_(size) {}
+    ssize_t Read(char *buffer, size_t size, std::string &error) override {
+        if (fd_ < 0) {
+            error = "the entry has no content to read.";
+            return -1;
+        }
+        size_t want = static_cast<size_t>(std::min<uint64_t>(size, left_));
+        for (;;) {
+            ssize_t got = want > 0 ? pread(fd_, buffer, want, static_cast<off_t>(offset_)) : 0;
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0) {
+                error = std::string("could not read the temporary file: ") + std::strerror(errno) + ".";
+            } else {
+                offset_ += static_cast<uint64_t>(got);
+                left_ -= static_cast<uint64_t>(got);
+            }
+            return got;
+        }
+    }
+
+private:
+    int fd_;
+    uint64_t offset_;
+    uint64_t left_;
+};
+
+struct StagedEntry {
+    SnapshotEntry entry;
+    uint64_t offset = 0;
+    uint64_t size = 0;
+};
+
+using ArchivePtr = std::unique_ptr<archive, decltype(&archive_read_free)>;
+
+class ArchiveSnapshot : public SnapshotSource {
+public:
+    ArchiveSnapshot(std::vector<std::string> pieces, const ArchiveLimits &limits)
+        : pieces_(std::move(pieces)), limits_(limits) {}
+
+    std::string Root() const override { return rootWords_; }
+
+    std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
+        root_.reset();
+        staged_.clear();
+        stagedBytes_ = 0;
+        dataBytes_ = 0;
+        StagingFile staging;
+        std::string failure = staging.Open();
+        if (failure.empty()) {
+            failure = ReadArchive(filter, staging);
+        }
+        if (failure.empty() && !root_) {
+            failure = "the archive " + pieces_[0] +
+                      " holds no data root: neither system_ce/0/accounts_ce.db nor system/users/ at its top, "
+                      "under data/ or under another leading folder, nor a work tree (back/).";
+        }
+        if (!failure.empty()) {
+            staged_.clear();
+            return failure;
+        }
+        rootWords_ = RootWords(*root_);
+        std::stable_sort(staged_.begin(), staged_.end(), [](const StagedEntry &a, const StagedEntry &b) {
+            return WalksBefore(a.entry.path, b.entry.path);
+        });
+        for (const StagedEntry &staged : staged_) {
+            StagedReader content(staged.entry.type == EntryType::FILE ? staging.Fd() : -1, staged.offset,
+                                 staged.size);
+            failure = visit(staged.entry, content);
+            if (!failure.empty()) {
+                break;
+            }
+        }
+        staged_.clear();
+        return failure;
+    }
+
+private:
+    std::string ReadArchive(const EntryFilter &filter, StagingFile &staging) {
+        ArchivePtr owner(archive_read_new(), archive_read_free);
+        archive *a = owner.get();
+        if (a == nullptr) {
+            return "could not start reading the archive " + pieces_[0] + ".";
+        }
+        archive_read_support_filter_gzip(a);
+        archive_read_support_filter_xz(a);
+        archive_read_support_filter_zstd(a);
+        archive_read_support_filter_bzip2(a);
+        archive_read_support_format_tar(a);
+        archive_read_support_format_zip(a);
+        std::vector<const char *> names;
+        for (const std::string &piece : pieces_) {
+            names.push_back(piece.c_str());
+        }
+        names.push_back(nullptr);
+        if (archive_read_open_filenames(a, names.data(), READ_BLOCK) != ARCHIVE_OK) {
+            return OpenFailure(a);
+        }
+        for (;;) {
+            const int64_t before = archive_filter_bytes(a, 0);
+            archive_entry *header = nullptr;
+            int status = archive_read_next_header(a, &header);
+            if (status == ARCHIVE_EOF) {
+                return CheckEnd(a, before);
+            }
+            if (status < ARCHIVE_WARN) {
+                return ReadFailure(a);
+            }
+            std::string failure = TakeEntry(a, header, filter, staging);
+            if (!failure.empty()) {
+                return failure;
+            }
+        }
+    }
+
+    // Stages the entry under the data root it belongs to when a restore takes it; else only reads
+    // through it, so that a fault anywhere in the archive is found.
+    std::string TakeEntry(archive *a, archive_entry *header, const EntryFilter &filter,
+                          StagingFile &staging) {
+        const std::string name = MemberName(header);
+        std::vector<Reading> wanted;
+        if (name.size() <= MAX_NAME) {
+            for (Reading &reading : Readings(name)) {
+                if (filter.Wants(reading.path) && MayBeDataRoot(reading)) {
+                    wanted.push_back(std::move(reading));
+                }
+            }
+        }
+        if (wanted.empty()) {
+            return ReadThrough(a);
+        }
+        for (const Reading &reading : wanted) {
+            if (!root_) {
+                root_ = reading.root;
+            } else if (*root_ != reading.root) {
+                return "the archive " + pieces_[0] + " holds two data roots, " + RootName(*root_) + " and " +
+                       RootName(reading.root) + "; give it with one of them only.";
+            }
+        }
+        if (staged_.size() + wanted.size() > limits_.entries) {
+            return "the archive " + pieces_[0] + " holds more than " + std::to_string(limits_.entries) +
+                   " entries a restore takes.";
+        }
+        const SnapshotEntry entry{"", pieces_[0] + ":" + name, TypeOf(header), LinkTarget(header)};
+        const uint64_t offset = staging.Size();
+        std::string failure = entry.type == EntryType::FILE ? Stage(a, name, staging) : ReadThrough(a);
+        for (Reading &reading : wanted) {
+            staged_.push_back({entry, offset, staging.Size() - offset});
+            staged_.back().entry.path = std::move(reading.path);
+        }
+        return failure;
+    }
+
+    std::string Stage(archive *a, const std::string &name, StagingFile &staging) {
+        char buffer[COPY_CHUNK];
+        uint64_t fileBytes = 0;
+        for (;;) {
+            la_ssize_t got = archive_read_data(a, buffer, sizeof(buffer));
+            if (got == 0) {
+                return "";
+            }
+            if (got < 0) {
+                return ReadFailure(a);
+            }
+            fileBytes += static_cast<uint64_t>(got);
+            stagedBytes_ += static_cast<uint64_t>(got);
+            dataBytes_ += static_cast<uint64_t>(got);
+            if (fileBytes > limits_.fileBytes) {
+                return "the archive's " + name + " holds more than " + SizeText(limits_.fileBytes) +
+                       ", more than a restore takes from one file.";
+            }
+            if (stagedBytes_ > limits_.totalBytes) {
+                return "the entries a restore takes from the archive " + pieces_[0] + " hold more than " +
+                       SizeText(limits_.totalBytes) + " together.";
+            }
+            std::string failure = CheckExpansion(a);
+            if (failure.empty()) {
+                failure = staging.Append(buffer, static_cast<size_t>(got));
+            }
+            if (!failure.empty()) {
+                return failure;
+            }
+        }
+    }
+
+    // Reads an entry's data without keeping it: a bad checksum or a cut shows here too.
+    std::string ReadThrough(archive *a) {
+        for (;;) {
+            const void *block = nullptr;
+            size_t size = 0;
+            la_int64_t offset = 0;
+            int status = archive_read_data_block(a, &block, &size, &offset);
+            if (status == ARCHIVE_EOF) {
+                return "";
+            }
+            if (status != ARCHIVE_OK) {
+                return ReadFailure(a);
+            }
+            dataBytes_ += size;
+            std::string failure = CheckExpansion(a);
+            if (!failure.empty()) {
+                return failure;
+            }
+        }
+    }
+
+    std::string CheckExpansion(archive *a) const {
+        const uint64_t expanded = std::max<uint64_t>(
+            static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, 0), 0)), dataBytes_);
+        const uint64_t read = static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, -1), 1));
+        if (expanded > limits_.expansionFloor && expanded / limits_.expansionRatio > read) {
+            return "the archive " + pieces_[0] + " expands to more than " +
+                   std::to_string(limits_.expansionRatio) + " times its size, as an archive bomb does.";
+        }
+        return "";
+    }
+
+    std::string CheckEnd(archive *a, int64_t before) const {
+        const bool tar = (archive_format(a) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
+        if (tar && archive_filter_bytes(a, 0) - before < TAR_BLOCK) {
+            return "the archive " + pieces_[0] +
+                   " is cut short: its tar stream stops without the end-of-archive block.";
+        }
+        return "";
+    }
+
+    std::string OpenFailure(archive *a) const {
+        // libarchive's errno for a format it does not know.
+        if (archive_errno(a) == EILSEQ) {
+            return "the snapshot " + pieces_[0] +
+                   " is neither a directory nor an archive the runner reads (tar, plain or compressed with "
+                   "gzip, xz, zstd or bzip2, or zip).";
+        }
+        return ReadFailure(a);
+    }
+
+    std::string ReadFailure(archive *a) const {
+        std::string message = archive_error_string(a) != nullptr ? archive_error_string(a) : "";
+        while (!message.empty() && (message.back() == '.' || message.back() == '\n')) {
+            message.pop_back();
+        }
+        return "could not read the archive " + pieces_[0] + ", which is cut short or corrupt" +
+               (message.empty() ? "" : ": " + message) + ".";
+    }
+
+    static std::string RootName(const std::string &root) { return root.empty() ? "its top" : root; }
+
+    std::vector<std::string> pieces_;
+    ArchiveLimits limits_;
+    std::string rootWords_ = "not found yet";
+    std::optional<std::string> root_;
+    std::vector<StagedEntry> staged_;
+    uint64_t stagedBytes_ = 0;
+    uint64_t dataBytes_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<SnapshotSource> OpenArchiveSnapshot(std::vector<std::string> pieces,
+                                                    const ArchiveLimits &limits) {
+    return std::make_unique<ArchiveSnapshot>(std::move(pieces), limits);
+}
+
+}  // namespace Zarvo::Host

@@ -1,0 +1,39 @@
+#ifndef HOST_RUNNER_ARCHIVE_SNAPSHOT_H
+#define HOST_RUNNER_ARCHIVE_SNAPSHOT_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "snapshot_source.h"
+
+namespace Zarvo::Host {
+
+// What reading one archive may cost at the most. The entries a restore takes are staged until the
+// whole archive has been read; the bounds hold for everything staged, whichever data root it
+// belongs to. An archive that expands to more than `expansionRatio` times the bytes it was read
+// from, once it has expanded past `expansionFloor`, is taken for an archive bomb.
+struct ArchiveLimits {
+    uint64_t fileBytes = 128ull << 20;
+    uint64_t totalBytes = 512ull << 20;
+    uint64_t entries = 10000;
+    uint64_t expansionRatio = 100;
+    uint64_t expansionFloor = 256ull << 20;
+};
+
+// The files of an archive snapshot: the one file `path`, or, when `path` is the first of numbered
+// pieces (data.ext4.win000, data.ext4.win001, ...), every piece in order. Empty with one sentence in
+// `error` when `path` is a later piece.
+std::vector<std::string> ArchivePieces(const std::string &path, std::string &error);
+
+// A snapshot held in an archive: tar (plain or compressed with gzip, xz, zstd or bzip2) or zip, in
+// one file or in pieces read as one stream. The archive is read once, front to back; the data root
+// is the one folder of the archive under which it holds entries a restore takes, and those entries
+// are kept in an unnamed temporary file until the archive has been read to its end without fault.
+std::unique_ptr<SnapshotSource> OpenArchiveSnapshot(std::vector<std::string> pieces,
+                                                    const ArchiveLimits &limits = {});
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_ARCHIVE_SNAPSHOT_H
