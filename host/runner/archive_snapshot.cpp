@@ -16,6 +16,9 @@
 #include <cstring>
 #include <optional>
 
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
+
 namespace Zarvo::Host {
 namespace {
 
@@ -135,48 +138,34 @@ std::string MemberName(archive_entry *header) {
 // An unnamed file in the temporary folder: it goes when it is closed, and nobody else can open it.
 class StagingFile {
 public:
-    ~StagingFile() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-
     std::string Open() {
         const char *tmp = std::getenv("TMPDIR");
         const std::string dir = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
-        fd_ = open(dir.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
-        if (fd_ < 0) {
+        fd_.Reset(open(dir.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600));
+        if (!fd_.Valid()) {
             std::string name = dir + "/restore_runner_XXXXXX";
-            fd_ = mkostemp(name.data(), O_CLOEXEC);
-            if (fd_ >= 0) {
+            fd_.Reset(mkostemp(name.data(), O_CLOEXEC));
+            if (fd_.Valid()) {
                 unlink(name.c_str());
             }
         }
-        return fd_ >= 0 ? ""
-                        : "could not make a temporary file in " + dir + ": " + std::strerror(errno) + ".";
+        return fd_.Valid() ? ""
+                           : "could not make a temporary file in " + dir + ": " + std::strerror(errno) + ".";
     }
 
     uint64_t Size() const { return size_; }
-    int Fd() const { return fd_; }
+    int Fd() const { return fd_.Get(); }
 
     std::string Append(const char *data, size_t size) {
-        while (size > 0) {
-            ssize_t put = write(fd_, data, size);
-            if (put < 0 && errno == EINTR) {
-                continue;
-            }
-            if (put <= 0) {
-                return std::string("could not write the temporary file: ") + std::strerror(errno) + ".";
-            }
-            data += put;
-            size -= static_cast<size_t>(put);
-            size_ += static_cast<uint64_t>(put);
+        if (!WriteAll(fd_.Get(), data, size)) {
+            return std::string("could not write the temporary file: ") + std::strerror(errno) + ".";
         }
+        size_ += size;
         return "";
     }
 
 private:
-    int fd_ = -1;
+    UniqueFd fd_;
     uint64_t size_ = 0;
 };
 
