@@ -96,27 +96,8 @@ bool WalksBefore(const std::string &a, const std::string &b) {
 }
 
 EntryType TypeOf(archive_entry *header) {
-    if (archive_entry_hardlink(header) != nullptr) {
-        return EntryType::HARD_LINK;
-    }
-    switch (archive_entry_filetype(header)) {
-        case AE_IFREG:
-            return EntryType::FILE;
-        case AE_IFDIR:
-            return EntryType::DIRECTORY;
-        case AE_IFLNK:
-            return EntryType::SYMLINK;
-        case AE_IFIFO:
-            return EntryType::FIFO;
-        case AE_IFCHR:
-            return EntryType::CHARACTER_DEVICE;
-        case AE_IFBLK:
-            return EntryType::BLOCK_DEVICE;
-        case AE_IFSOCK:
-            return EntryType::SOCKET;
-        default:
-            return EntryType::OTHER;
-    }
+    return archive_entry_hardlink(header) != nullptr ? EntryType::HARD_LINK
+                                                     : EntryTypeOfMode(archive_entry_filetype(header));
 }
 
 std::string LinkTarget(archive_entry *header) {

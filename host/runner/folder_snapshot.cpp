@@ -23,25 +23,8 @@ std::string SystemError(const std::string &what) {
 }
 
 EntryType TypeOf(const struct stat &st) {
-    switch (st.st_mode & S_IFMT) {
-        case S_IFREG:
-            // A second name may lie outside the snapshot: its content is not the snapshot's.
-            return st.st_nlink > 1 ? EntryType::HARD_LINK : EntryType::FILE;
-        case S_IFDIR:
-            return EntryType::DIRECTORY;
-        case S_IFLNK:
-            return EntryType::SYMLINK;
-        case S_IFIFO:
-            return EntryType::FIFO;
-        case S_IFCHR:
-            return EntryType::CHARACTER_DEVICE;
-        case S_IFBLK:
-            return EntryType::BLOCK_DEVICE;
-        case S_IFSOCK:
-            return EntryType::SOCKET;
-        default:
-            return EntryType::OTHER;
-    }
+    // A second name may lie outside the snapshot: its content is not the snapshot's.
+    return S_ISREG(st.st_mode) && st.st_nlink > 1 ? EntryType::HARD_LINK : EntryTypeOfMode(st.st_mode);
 }
 
 class FdReader : public EntryReader {

@@ -22,6 +22,9 @@ enum class EntryType {
     OTHER
 };
 
+// The type of a file mode's S_IFMT bits (archives use the same values).
+EntryType EntryTypeOfMode(mode_t mode);
+
 // One entry of a snapshot. `path` is relative to the data root ("system/users/0.xml") and, as the
 // source gives it, may hold anything, ".." included; `origin` names the entry where it came from
 // (a host path, an archive member).
