@@ -79,7 +79,8 @@ std::vector<char *> Pointers(std::vector<std::string> &texts) {
     return pointers;
 }
 
-// The runner's own sentence from what it wrote on stderr (its last line that it begins).
+// The runner's own sentence from what it wrote on stderr: its last line that the runner begins,
+// else the first line of the option parser's.
 std::string ProblemOf(int fd) {
     std::string text;
     char buffer[4096];
@@ -88,6 +89,7 @@ std::string ProblemOf(int fd) {
         text.append(buffer, static_cast<size_t>(got));
     }
     std::string problem;
+    std::string last;
     size_t start = 0;
     while (start < text.size()) {
         size_t end = text.find('\n', start);
@@ -95,10 +97,12 @@ std::string ProblemOf(int fd) {
             text.substr(start, end == std::string::npos ? std::string::npos : end - start);
         if (line.rfind(RUNNER_PREFIX, 0) == 0) {
             problem = line.substr(RUNNER_PREFIX.size());
+        } else if (!line.empty() && last.empty()) {
+            last = line;  // a usage error that the option parser worded
         }
         start = end == std::string::npos ? text.size() : end + 1;
     }
-    return problem.substr(0, MAX_PROBLEM_BYTES);
+    return (problem.empty() ? last : problem).substr(0, MAX_PROBLEM_BYTES);
 }
 
 class BatchRun {
@@ -128,7 +132,7 @@ public:
         posix_spawn_file_actions_init(&actions);
         const std::string summary = PhoneFile(options_.out, phone, ".txt");
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, summary.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
         posix_spawn_file_actions_adddup2(&actions, stderrFd, STDERR_FILENO);
         std::vector<char *> argv = Pointers(arguments);
         std::vector<char *> envp = Pointers(environment_);
