@@ -327,11 +327,15 @@ int main(int argc, char *argv[]) {
             return Fail(*path + " lies under /data, which the sandbox replaces; keep it elsewhere.");
         }
     }
-    if (!options.mergeIndex.empty()) {
-        return MergeIndexCommand(options.mergeIndex);
-    }
-    if (!options.batch.empty()) {
-        return BatchCommand(options);
+    try {
+        if (!options.mergeIndex.empty()) {
+            return MergeIndexCommand(options.mergeIndex);
+        }
+        if (!options.batch.empty()) {
+            return BatchCommand(options);
+        }
+    } catch (const std::exception &e) {
+        return Fail(std::string("unexpected failure: ") + e.what() + ".");
     }
     if (!options.noSandbox && !InSandbox()) {
         if (std::getenv(START_TIME_VARIABLE) == nullptr) {

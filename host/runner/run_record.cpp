@@ -122,7 +122,9 @@ std::optional<UserFault> FaultAbout(int sourceId, const std::vector<FaultEvent> 
         if (message.is_string() && message.get<std::string>().compare(0, file.size(), file) == 0) {
             const nlohmann::json &code =
                 event.params.contains("ERROR_CODE") ? event.params["ERROR_CODE"] : nullptr;
-            return UserFault{event.params.value("ERROR_TYPE", ""),
+            const nlohmann::json &type =
+                event.params.contains("ERROR_TYPE") ? event.params["ERROR_TYPE"] : nullptr;
+            return UserFault{type.is_string() ? type.get<std::string>() : "",
                              code.is_number_integer() ? code.get<int64_t>() : 0};
         }
     }
