@@ -171,7 +171,7 @@
         ((Number(j.durationUs) || 0) / 1000).toFixed(2) + ' ms', track];
     });
     return section('Migrate service requests', table(
-      [{ label: 'at', className: 'num' }, { label: 'request', className: 'nowrap' }, { label: 'paths', className: 'mono' }, { label: 'answer' },
+      [{ label: 'at', className: 'num' }, { label: 'request', className: 'nowrap' }, { label: 'paths', className: 'mono' }, { label: 'answer', className: 'answer' },
         { label: 'took', className: 'num' }, { label: 'timeline', className: 'bar' }], rows, 'timeline'));
   }
 
