@@ -243,6 +243,9 @@ int BatchCommand(const Options &options) {
     BatchOptions batch;
     batch.folder = fs::absolute(options.batch).lexically_normal().string();
     batch.out = fs::absolute(options.out).lexically_normal().string();
+    if ((batch.out + "/").rfind(batch.folder + "/", 0) == 0) {
+        return Fail("keep --out outside the --batch folder: it would be taken for a phone.");
+    }
     batch.jobs = options.jobs > 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
     batch.sharded = !options.shard.empty();
     if (batch.sharded && !ParseShard(options.shard, batch.shard)) {

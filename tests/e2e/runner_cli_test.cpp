@@ -11,6 +11,7 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using RunnerCliTest = RunnerTest;
 
 // The auth token of the sample phone's account, in part: enough to tell it in clear from masked.
@@ -177,6 +178,7 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
 
 TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
     const std::string bad = Write("bad.json", "{not json");
+    const std::string shelf = fs::path(Write("shelf/.hidden", "")).parent_path();
     struct Case {
         std::string arguments;
         std::string says;
@@ -187,8 +189,9 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
         {"--snapshot /data/whatever", "/data/whatever"},
         {"--no-such-option", "no-such-option"},
         {"--batch " + dir_, "requires --out"},
-        {"--batch " + dir_ + " --out " + dir_ + "/out --report r.json", "excludes"},
-        {"--batch " + dir_ + " --out " + dir_ + "/out --shard 3/2", "--shard takes K/N"},
+        {"--batch " + dir_ + " --out " + dir_ + "/out", "outside the --batch folder"},
+        {"--batch " + shelf + " --out " + dir_ + "/out --report r.json", "excludes"},
+        {"--batch " + shelf + " --out " + dir_ + "/out --shard 3/2", "--shard takes K/N"},
         {"--jobs 2", "requires --batch"},
         {"--merge-index " + dir_ + "/merged " + dir_, "holds no batch index"},
     };
