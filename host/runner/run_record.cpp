@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "hilog/log.h"
 #include "record_secrets.h"
 
 namespace Zarvo::Host {
@@ -105,10 +106,19 @@ bool UserRestoreRan(const std::vector<LogRecord> &logs) {
     return false;
 }
 
+// Why no account was handed over: the database has none, or the account restore's error lines.
 std::string NoAccountNote(const std::vector<LogRecord> &logs) {
+    std::string errors;
     for (const auto &record : logs) {
-        if (MessageOf(record).find("database has no cvid data") != std::string::npos) {
+        const std::string message = MessageOf(record);
+        if (message.find("database has no cvid data") != std::string::npos) {
             return "no account of the account service in the database; nothing handed over";
+        }
+        if (message == "AccountDataManager DoRestoreData failed.") {
+            return "no account handed over; the account restore failed: " + errors;
+        }
+        if (record.level == LOG_ERROR && record.file == "account_data_manager.cpp") {
+            errors += (errors.empty() ? "" : " / ") + message;
         }
     }
     return "no account handed over";

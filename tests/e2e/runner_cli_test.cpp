@@ -72,12 +72,26 @@ TEST_F(RunnerCliTest, RestoresTheSamplePhoneIntoSummaryReportAndPage) {
     EXPECT_EQ(json["users"][3]["source"]["type"], "android.os.usertype.profile.MANAGED");
 }
 
-TEST_F(RunnerCliTest, AFailedRestoreExitsWithOne) {
-    const std::string state = Write("state.json", R"({"bundles": []})");
-    RunResult run = RunRunner("--device-state " + state);
-    EXPECT_EQ(run.exitCode, 1) << run.output;
-    EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("Account: no account handed over"), std::string::npos) << run.output;
+// A restore that returns false says why: no app to hand the account to, or an active OS account
+// that is not the administrator, so that no user is taken.
+TEST_F(RunnerCliTest, AFailedRestoreExitsWithOneAndSaysWhy) {
+    struct Case {
+        std::string state;
+        std::string says;
+    } cases[] = {
+        {R"({"bundles": []})",
+         "Account: no account handed over; the account restore failed: CreateFileParam"},
+        {R"({"osAccounts": [{"localId": 100, "type": "ADMIN"}, {"localId": 101, "isActived": true}]})",
+         "source user 10: not taken (The user restore did not run: it runs only when the active OS account "
+         "is "
+         "the administrator (100).)"},
+    };
+    for (const Case &c : cases) {
+        RunResult run = RunRunner("--device-state " + Write("state.json", c.state));
+        EXPECT_EQ(run.exitCode, 1) << run.output;
+        EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    }
 }
 
 // A phone of its own whose users raise a fault event of each type: user 10 exists already on the
