@@ -12,16 +12,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <thread>
+#include <vector>
 
+#include "batch.h"
+#include "batch_index.h"
 #include "migrate_service_process.h"
+#include "owner_only_file.h"
 #include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 #include "platform_control/log_capture.h"
-#include "report.h"
+#include "record_source_users.h"
+#include "run_record.h"
 #include "sample_phone.h"
 #include "sandbox.h"
 #include "snapshot.h"
+#include "view_page.h"
+#include "view_report_json.h"
+#include "view_summary.h"
 
 namespace fs = std::filesystem;
 using namespace Zarvo::Host;
@@ -41,6 +50,13 @@ struct Options {
     std::string snapshot;
     std::string deviceState;
     std::string reportPath;
+    std::string htmlPath;
+    bool showSecrets = false;
+    std::string batch;
+    std::string out;
+    unsigned jobs = 0;
+    std::string shard;
+    std::vector<std::string> mergeIndex;
     std::string serviceLog;
     std::string eventLog;
     bool useRunningService = false;
@@ -96,8 +112,8 @@ nlohmann::json OsAccountsJson() {
 }
 
 int Run(const Options &options, int64_t startNs) {
-    RunReport report;
-    report.plugin = options.plugin;
+    RunCapture capture;
+    capture.plugin = options.plugin;
     std::string error;
     if (!options.deviceState.empty() && !LoadDeviceState(options.deviceState, error)) {
         return Fail(error);
@@ -108,7 +124,7 @@ int Run(const Options &options, int64_t startNs) {
             return Fail(error);
         }
     }
-    report.osAccountsBefore = OsAccountsJson();
+    capture.osAccountsBefore = OsAccountsJson();
 
     std::string snapshot = options.snapshot;
     if (snapshot.empty()) {
@@ -118,15 +134,17 @@ int Run(const Options &options, int64_t startNs) {
         }
         snapshot = SAMPLE_SNAPSHOT;
     }
-    report.snapshot = snapshot;
+    capture.snapshot = snapshot;
     std::unique_ptr<SnapshotSource> source = OpenSnapshot(snapshot, error);
     if (source == nullptr) {
         return Fail(error);
     }
-    error = LaySnapshot(*source, FirstActiveUser(), report.laid);
+    error = LaySnapshot(*source, FirstActiveUser(), capture.laid);
     if (!error.empty()) {
         return Fail(error);
     }
+    // Read now: the plug-in removes the work tree.
+    capture.sourceUsers = ReadSourceUsers(WORK_ROOT + "back/sourceXml/");
 
     MigrateServiceProcess service;
     if (!options.useRunningService) {
@@ -135,7 +153,7 @@ int Run(const Options &options, int64_t startNs) {
         if (!error.empty()) {
             return Fail(error);
         }
-        report.serviceStartMs = MsSince(serviceStart);
+        capture.serviceStartMs = MsSince(serviceStart);
     }
 
     void *handle = dlopen(options.plugin.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -151,37 +169,118 @@ int Run(const Options &options, int64_t startNs) {
 
     ClearCapturedLogs();
     ClearCapturedEvents();
-    report.setupMs = MsSince(startNs);
+    capture.setupMs = MsSince(startNs);
     const int64_t restoreStart = NowNs();
-    report.result = restoreData();
-    report.restoreMs = MsSince(restoreStart);
+    capture.result = restoreData();
+    capture.restoreMs = MsSince(restoreStart);
     // The credential service answers on its own thread with the plug-in's callback: let every
     // answer finish before the plug-in's code is unmapped.
     ResetCredentialService();
     dlclose(handle);
 
-    report.journal = service.Stop();
-    report.logs = CapturedLogs();
-    report.events = CapturedEvents();
-    report.users = UserOutcomesFromLog(report.logs);
-    report.osAccountsAfter = OsAccountsJson();
-    report.handedFiles = CollectFiles(APP_DATA_ROOT);
-    report.workTreeRemoved = !fs::exists(WORK_ROOT);
-    report.totalMs = MsSince(startNs);
+    capture.journal = service.Stop();
+    capture.logs = CapturedLogs();
+    capture.events = CapturedEvents();
+    capture.osAccountsAfter = OsAccountsJson();
+    capture.handedFiles = CollectFiles(APP_DATA_ROOT);
+    capture.workTreeRemoved = !fs::exists(WORK_ROOT);
+    capture.totalMs = MsSince(startNs);
 
-    PrintSummary(report, std::cout);
+    const RunRecord record = BuildRunRecord(std::move(capture), options.showSecrets);
+    WriteSummary(record, std::cout);
     if (!options.reportPath.empty()) {
-        std::ofstream out(options.reportPath);
-        out << ReportToJson(report).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
-        if (!out) {
-            return Fail("could not write the report to " + options.reportPath + ".");
-        }
+        error = WriteOwnerOnlyFile(options.reportPath, ReportText(ReportJson(record)));
     }
-    error = EventLogError();
+    if (error.empty() && !options.htmlPath.empty()) {
+        error = WriteOwnerOnlyFile(options.htmlPath, RunPage(record));
+    }
+    if (error.empty()) {
+        error = EventLogError();
+    }
     if (!error.empty()) {
         return Fail(error);
     }
-    return report.result ? EXIT_RESTORED : EXIT_NOT_RESTORED;
+    return record.capture.result ? EXIT_RESTORED : EXIT_NOT_RESTORED;
+}
+
+// The options of many phones at a time; a batch runs every phone through this program again.
+void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Option *> &perPhone) {
+    CLI::Option *batch =
+        app.add_option("--batch", options.batch,
+                       "Restore every snapshot (folder or file) of this folder, each in its own "
+                       "runner and sandbox; needs --out")
+            ->check(CLI::ExistingDirectory);
+    CLI::Option *out = app.add_option(
+        "--out", options.out, "Where --batch writes each phone's report, page and summary, and the index");
+    app.add_option("--jobs", options.jobs,
+                   "Phones restored at a time by --batch (default: the number of cores)")
+        ->check(CLI::PositiveNumber)
+        ->needs(batch);
+    app.add_option(
+           "--shard", options.shard,
+           "K/N: restore only share K of N of the --batch folder (entries sorted by name, every N-th from "
+           "the K-th)")
+        ->needs(batch);
+    CLI::Option *merge =
+        app.add_option(
+               "--merge-index", options.mergeIndex,
+               "OUT_DIR SHARD_DIR...: merge the indexes and phone files of batch folders into OUT_DIR")
+            ->expected(2, CLI::detail::expected_max_vector_size);
+    batch->needs(out)->excludes(merge);
+    for (const char *single :
+         {"--snapshot", "--event-log", "--service-journal", "--use-running-service", "--no-sandbox"}) {
+        batch->excludes(app.get_option(single));
+    }
+    for (CLI::Option *option : perPhone) {
+        batch->excludes(option);
+    }
+}
+
+int BatchCommand(const Options &options) {
+    if (InSandbox()) {
+        return Fail("--batch makes a sandbox for each phone; run it outside one.");
+    }
+    BatchOptions batch;
+    batch.folder = fs::absolute(options.batch).lexically_normal().string();
+    batch.out = fs::absolute(options.out).lexically_normal().string();
+    if ((batch.out + "/").rfind(batch.folder + "/", 0) == 0) {
+        return Fail("keep --out outside the --batch folder: it would be taken for a phone.");
+    }
+    batch.jobs = options.jobs > 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
+    batch.sharded = !options.shard.empty();
+    if (batch.sharded && !ParseShard(options.shard, batch.shard)) {
+        return Fail("--shard takes K/N with 1 <= K <= N, for example 2/8; " + options.shard +
+                    " is not that.");
+    }
+    char self[PATH_MAX] = {};
+    if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) {
+        return Fail("could not find this program's own path to run each phone.");
+    }
+    batch.runner = self;
+    batch.runnerOptions = {"--plugin", fs::absolute(options.plugin).string()};
+    if (!options.deviceState.empty()) {
+        batch.runnerOptions.insert(batch.runnerOptions.end(),
+                                   {"--device-state", fs::absolute(options.deviceState).string()});
+    }
+    if (options.showSecrets) {
+        batch.runnerOptions.emplace_back("--reveal-secrets");
+    }
+    std::string error;
+    int status = RunBatch(batch, error);
+    return error.empty() ? status : Fail(error);
+}
+
+int MergeIndexCommand(const std::vector<std::string> &arguments) {
+    nlohmann::json merged;
+    std::string warning;
+    std::string error = MergeIndexes(arguments[0], {arguments.begin() + 1, arguments.end()}, merged, warning);
+    if (!error.empty()) {
+        return Fail(error);
+    }
+    if (!warning.empty()) {
+        std::cerr << "restore_runner: " << warning << std::endl;
+    }
+    return IndexExitStatus(merged);
 }
 
 }  // namespace
@@ -200,7 +299,14 @@ int main(int argc, char *argv[]) {
     app.add_option("-d,--device-state", options.deviceState,
                    "Device state JSON (OS accounts, bundles, faults)")
         ->check(CLI::ExistingFile);
-    app.add_option("-r,--report", options.reportPath, "Write a JSON report to this file");
+    CLI::Option *report =
+        app.add_option("-r,--report", options.reportPath, "Write a JSON report to this file");
+    CLI::Option *html =
+        app.add_option("--html", options.htmlPath, "Write the run as one self-contained HTML page");
+    app.add_flag(
+        "--reveal-secrets", options.showSecrets,
+        "Show the auth token and credential-named account extras in clear in the summary, report and "
+        "page (they are masked by default)");
     app.add_option("--event-log", options.eventLog,
                    "Append every fault event as a JSON line to this file (default: $ZARVO_HISYSEVENT_LOG)");
     app.add_option("--service-journal", options.serviceLog,
@@ -209,6 +315,7 @@ int main(int argc, char *argv[]) {
                  "Use a migrate service that is already listening instead of starting one");
     app.add_flag("--no-sandbox", options.noSandbox,
                  "Run in the current mount namespace: /data and /dev/unix are already prepared");
+    AddBatchOptions(app, options, {report, html});
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -216,12 +323,23 @@ int main(int argc, char *argv[]) {
         return code == 0 ? 0 : EXIT_USAGE;
     }
 
-    for (const std::string *path : {&options.snapshot, &options.deviceState, &options.reportPath,
-                                    &options.eventLog, &options.serviceLog}) {
+    for (const std::string *path :
+         {&options.snapshot, &options.deviceState, &options.reportPath, &options.htmlPath, &options.eventLog,
+          &options.serviceLog, &options.batch, &options.out}) {
         if (!path->empty() && !options.noSandbox && !InSandbox() &&
             fs::absolute(*path).string().rfind("/data/", 0) == 0) {
             return Fail(*path + " lies under /data, which the sandbox replaces; keep it elsewhere.");
         }
+    }
+    try {
+        if (!options.mergeIndex.empty()) {
+            return MergeIndexCommand(options.mergeIndex);
+        }
+        if (!options.batch.empty()) {
+            return BatchCommand(options);
+        }
+    } catch (const std::exception &e) {
+        return Fail(std::string("unexpected failure: ") + e.what() + ".");
     }
     if (!options.noSandbox && !InSandbox()) {
         if (std::getenv(START_TIME_VARIABLE) == nullptr) {

@@ -1,62 +1,53 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
-#include "program_run.h"
+#include "runner_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using RunnerCliTest = RunnerTest;
 
-using RunResult = Zarvo::Testing::ProgramRun;
+// The auth token of the sample phone's account, in part: enough to tell it in clear from masked.
+const std::string SAMPLE_TOKEN_PART = "QW8xY2M0ZTYtYjQ1Ny00ZmE2";
+const std::string SAMPLE_TOKEN_MASKED = "CgB6\u2026 (140 characters)";
 
-RunResult RunRunner(const std::string &arguments) {
-    return Zarvo::Testing::RunProgram(std::string(RUNNER_PATH) + " " + arguments);
-}
-
-// The runner makes its own sandbox; these tests run it from outside one, as a person would.
-class RunnerCliTest : public testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/runner_cli_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
+// Every view of the run, and the token in none of them in clear unless asked for. A report file
+// that was there before, readable by all, is replaced by an owner-only one.
+TEST_F(RunnerCliTest, RestoresTheSamplePhoneIntoSummaryReportAndPage) {
+    const std::string report = Write("report.json", "old");
+    ASSERT_EQ(chmod(report.c_str(), 0644), 0);
+    const std::string page = dir_ + "/page.html";
+    for (bool reveal : {false, true}) {
+        RunResult run =
+            RunRunner("--report " + report + " --html " + page + (reveal ? " --reveal-secrets" : ""));
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        const std::string views[] = {run.output, ReadFile(report), ReadFile(page)};
+        for (const std::string &view : views) {
+            EXPECT_EQ(view.find(SAMPLE_TOKEN_PART) != std::string::npos, reveal) << view.substr(0, 2000);
+            EXPECT_EQ(view.find(SAMPLE_TOKEN_MASKED) != std::string::npos, !reveal) << view.substr(0, 2000);
+        }
+        EXPECT_EQ(ModeOf(report), 0600);
+        EXPECT_EQ(ModeOf(page), 0600);
     }
-    void TearDown() override { fs::remove_all(dir_); }
-
-    std::string Write(const std::string &name, const std::string &content) {
-        std::string path = dir_ + "/" + name;
-        std::ofstream(path) << content;
-        return path;
-    }
-
-    std::string dir_;
-};
-
-TEST_F(RunnerCliTest, RestoresTheSamplePhoneAndWritesTheReport) {
-    const std::string report = dir_ + "/report.json";
     RunResult run = RunRunner("--report " + report);
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_NE(run.output.find("RestoreData returned true"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("source user 0: updated as OS account 100"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("source user 10: created as OS account 101"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("source user 11: skipped"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("mode 0700"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("Work tree removed"), std::string::npos) << run.output;
+    for (const char *line : {"RestoreData returned true", "source user 0: updated as OS account 100",
+                             "source user 10: created as OS account 101", "source user 11: skipped (A guest;",
+                             "mode 0700", "Work tree removed"}) {
+        EXPECT_NE(run.output.find(line), std::string::npos) << line << "\n" << run.output;
+    }
 
-    std::ifstream in(report);
-    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    nlohmann::json json = ReadJson(report);
     ASSERT_TRUE(json.is_object());
     EXPECT_EQ(json["result"], true);
     EXPECT_EQ(json["workTreeRemoved"], true);
+    EXPECT_EQ(json["secrets"], "masked");
     ASSERT_FALSE(json["logs"].empty());
     const auto &first = json["logs"][0];
     EXPECT_EQ(first["tag"], "MIGRATE_PLUGIN");
@@ -67,26 +58,47 @@ TEST_F(RunnerCliTest, RestoresTheSamplePhoneAndWritesTheReport) {
     ASSERT_EQ(json["handedFiles"].size(), 1u);
     EXPECT_EQ(json["handedFiles"][0]["mode"], "0700");
     EXPECT_EQ(json["handedFiles"][0]["uid"], 20010040);
-    EXPECT_EQ(nlohmann::json::parse(json["handedFiles"][0]["content"].get<std::string>())["type"],
-              "com.corvan.cvid");
+    const nlohmann::json handed = nlohmann::json::parse(json["handedFiles"][0]["content"].get<std::string>());
+    EXPECT_EQ(handed["type"], "com.corvan.cvid");
+    EXPECT_EQ(handed["extras"].size(), 3u);
+    EXPECT_EQ(json["account"]["authToken"], handed["authtoken"]);
+    EXPECT_EQ(json["account"]["locale"], "zh_CN_#Hans");
     EXPECT_EQ(json["osAccountsAfter"].size(), 2u);
     EXPECT_FALSE(json["migrateJournal"].empty());
     EXPECT_TRUE(json["events"].empty());
     EXPECT_GT(json["elapsedMs"]["total"].get<double>(), 0.0);
+    ASSERT_EQ(json["users"].size(), 4u);
+    EXPECT_EQ(json["users"][0]["source"]["flagNames"], "PRIMARY|ADMIN|INITIALIZED|FULL|SYSTEM");
+    EXPECT_EQ(json["users"][3]["source"]["type"], "android.os.usertype.profile.MANAGED");
 }
 
-TEST_F(RunnerCliTest, AFailedRestoreExitsWithOne) {
-    const std::string state = Write("state.json", R"({"bundles": []})");
-    RunResult run = RunRunner("--device-state " + state);
-    EXPECT_EQ(run.exitCode, 1) << run.output;
-    EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
+// A restore that returns false says why: no app to hand the account to, or an active OS account
+// that is not the administrator, so that no user is taken.
+TEST_F(RunnerCliTest, AFailedRestoreExitsWithOneAndSaysWhy) {
+    struct Case {
+        std::string state;
+        std::string says;
+    } cases[] = {
+        {R"({"bundles": []})",
+         "Account: no account handed over; the account restore failed: CreateFileParam"},
+        {R"({"osAccounts": [{"localId": 100, "type": "ADMIN"}, {"localId": 101, "isActived": true}]})",
+         "source user 10: not taken (The user restore did not run: it runs only when the active OS account "
+         "is "
+         "the administrator (100).)"},
+    };
+    for (const Case &c : cases) {
+        RunResult run = RunRunner("--device-state " + Write("state.json", c.state));
+        EXPECT_EQ(run.exitCode, 1) << run.output;
+        EXPECT_NE(run.output.find("RestoreData returned false"), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    }
 }
 
 // A phone of its own whose users raise a fault event of each type: user 10 exists already on the
 // device, 11's binary file is cut short, 12's file names no type. There is no account database,
-// so the account restore fails while the user restore still runs.
+// so the account restore fails while the user restore still runs. Each user's fate is told in
+// plain words.
 TEST_F(RunnerCliTest, ReportsEveryFaultEventWithItsParameters) {
-    ASSERT_EQ(std::system(("mkdir -p " + dir_ + "/phone/system/users").c_str()), 0);
     const std::string header = "<?xml version='1.0' encoding='utf-8' standalone='yes' ?>\n";
     Write("phone/system/users/userlist.xml",
           header + R"(<users nextSerialNumber="13" version="9"><user id="0" /><user id="10" />)" +
@@ -118,13 +130,14 @@ TEST_F(RunnerCliTest, ReportsEveryFaultEventWithItsParameters) {
         std::string type;
         int code;
         std::string message;
+        std::string explanation;  // of the user the event is about, in part
     } expected[] = {
-        {"CREATE_USER_ERROR", 0, "10.xml create user 101 is already exists."},
-        {"SOURCE_FILE_ERROR", 0x200004, "11.xmlconvert error"},
-        {"PARSE_FILE_ERROR", 0x200018, "12.xmlparse to os user info error."},
+        {"CREATE_USER_ERROR", 0, "10.xml create user 101 is already exists.", "was already on this device"},
+        {"SOURCE_FILE_ERROR", 0x200004, "11.xmlconvert error", "is neither binary XML nor text XML"},
+        {"PARSE_FILE_ERROR", 0x200018, "12.xmlparse to os user info error.",
+         "no type attribute, as Android 10"},
     };
-    std::ifstream in(report);
-    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    nlohmann::json json = ReadJson(report);
     ASSERT_TRUE(json.is_object()) << run.output;
     ASSERT_EQ(json["events"].size(), std::size(expected)) << json["events"].dump(1);
     EXPECT_NE(run.output.find("Fault events: 3"), std::string::npos) << run.output;
@@ -139,6 +152,9 @@ TEST_F(RunnerCliTest, ReportsEveryFaultEventWithItsParameters) {
         const std::string line = "  " + expected[i].type + " code " + std::to_string(expected[i].code) +
                                  " (task 200): " + expected[i].message + "\n";
         EXPECT_NE(run.output.find(line), std::string::npos) << line << run.output;
+        EXPECT_NE(json["users"][i + 1]["explanation"].get<std::string>().find(expected[i].explanation),
+                  std::string::npos)
+            << json["users"][i + 1].dump(1);
     }
 }
 
@@ -148,7 +164,7 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
     const std::string phone = dir_ + "/phone";
     const std::string users = phone + "/system/users/";
     const std::string secret = Write("secret.png", "the host's own file");
-    ASSERT_EQ(std::system((std::string(SAMPLE_PHONE_PATH) + " --out " + phone).c_str()), 0);
+    MakePhone(phone);
     ASSERT_EQ(unlink((users + "10/photo.png").c_str()), 0);
     ASSERT_EQ(symlink(secret.c_str(), (users + "10/photo.png").c_str()), 0);
     ASSERT_EQ(unlink((users + "12.xml").c_str()), 0);
@@ -159,8 +175,7 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
     RunResult run = RunRunner("--snapshot " + phone + " --report " + report);
     ASSERT_NE(run.exitCode, 2) << run.output;
     EXPECT_NE(run.output.find("Left out of the snapshot: 3\n"), std::string::npos) << run.output;
-    std::ifstream in(report);
-    nlohmann::json json = nlohmann::json::parse(in, nullptr, false);
+    nlohmann::json json = ReadJson(report);
     ASSERT_TRUE(json.is_object()) << run.output;
     EXPECT_EQ(json["snapshotRoot"], "the folder itself");
     EXPECT_EQ(json["leftOut"], nlohmann::json::parse(R"([
@@ -177,6 +192,7 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
 
 TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
     const std::string bad = Write("bad.json", "{not json");
+    const std::string shelf = fs::path(Write("shelf/.hidden", "")).parent_path();
     struct Case {
         std::string arguments;
         std::string says;
@@ -186,6 +202,12 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
         {"--device-state " + bad, "restore_runner: "},
         {"--snapshot /data/whatever", "/data/whatever"},
         {"--no-such-option", "no-such-option"},
+        {"--batch " + dir_, "requires --out"},
+        {"--batch " + dir_ + " --out " + dir_ + "/out", "outside the --batch folder"},
+        {"--batch " + shelf + " --out " + dir_ + "/out --report r.json", "excludes"},
+        {"--batch " + shelf + " --out " + dir_ + "/out --shard 3/2", "--shard takes K/N"},
+        {"--jobs 2", "requires --batch"},
+        {"--merge-index " + dir_ + "/merged " + dir_, "holds no batch index"},
     };
     for (const auto &c : cases) {
         RunResult run = RunRunner(c.arguments);

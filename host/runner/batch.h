@@ -1,0 +1,29 @@
+#ifndef HOST_RUNNER_BATCH_H
+#define HOST_RUNNER_BATCH_H
+
+#include <string>
+#include <vector>
+
+#include "batch_shard.h"
+
+namespace Zarvo::Host {
+
+struct BatchOptions {
+    std::string folder;  // every entry (a snapshot folder or file) is one phone
+    std::string out;
+    unsigned jobs = 1;
+    Shard shard;
+    bool sharded = false;
+    std::string runner;                      // the runner binary each phone runs in
+    std::vector<std::string> runnerOptions;  // given to every phone's runner
+};
+
+// Restores every phone of the folder (of the shard), each in its own runner process and sandbox,
+// `jobs` at a time. Writes phones/<name>.json, .html and .txt (the summary) and the index into
+// `out`, telling the progress on stderr. Returns the batch's exit status (see IndexExitStatus), or
+// 2 with one sentence in `error` when the batch itself cannot run.
+int RunBatch(const BatchOptions &options, std::string &error);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_BATCH_H

@@ -1,0 +1,45 @@
+#ifndef HOST_RUNNER_BATCH_INDEX_H
+#define HOST_RUNNER_BATCH_INDEX_H
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "batch_shard.h"
+
+namespace Zarvo::Host {
+
+// The results a phone of a batch can have, and the batch's exit status for each.
+inline constexpr char RESTORED[] = "restored";
+inline constexpr char NOT_RESTORED[] = "not restored";
+inline constexpr char NOT_SET_UP[] = "not set up";
+
+// Where a batch keeps a phone's files below its --out folder: phones/<name>.json, .html, .txt.
+std::string PhoneFile(const std::string &outDir, const std::string &phone, const std::string &extension);
+
+// A phone's row of the index: from its runner's exit status (-1: it could not be started, or
+// ended by a signal) and the report it wrote. `problem` says why a phone could not be set up.
+nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int exitStatus,
+                        const std::string &problem, double wallMs);
+
+// The index of a batch (index.json): its rows, failed phones first (not set up, then not
+// restored, each by name), and the totals.
+nlohmann::json BuildIndex(std::vector<nlohmann::json> rows, const std::optional<Shard> &shard,
+                          double elapsedMs);
+
+// 0 when every phone restored, 1 when any returned false, 2 when any could not be set up.
+int IndexExitStatus(const nlohmann::json &index);
+
+// Writes index.json and index.html into `outDir`. Empty text on success, else one sentence.
+std::string WriteIndex(const std::string &outDir, const nlohmann::json &index);
+
+// Merges the indexes and phone files of several batch folders (the shards of one campaign) into
+// `outDir`. Empty text on success, else one sentence; a shard that is missing is told in
+// `warning`.
+std::string MergeIndexes(const std::string &outDir, const std::vector<std::string> &shardDirs,
+                         nlohmann::json &merged, std::string &warning);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_BATCH_INDEX_H

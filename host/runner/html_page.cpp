@@ -1,0 +1,82 @@
+#include "html_page.h"
+
+#include <openssl/evp.h>
+
+namespace Zarvo::Host {
+namespace {
+
+std::string EscapeHtmlText(const std::string &text) {
+    std::string escaped;
+    for (char c : text) {
+        switch (c) {
+            case '&':
+                escaped += "&amp;";
+                break;
+            case '<':
+                escaped += "&lt;";
+                break;
+            case '>':
+                escaped += "&gt;";
+                break;
+            case '"':
+                escaped += "&quot;";
+                break;
+            default:
+                escaped += c;
+        }
+    }
+    return escaped;
+}
+
+// The CSP source that allows exactly this inline element: 'sha256-<base64 of its digest>'.
+std::string HashSource(const std::string &content) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(content.data(), content.size(), digest, &length, EVP_sha256(), nullptr);
+    std::string encoded(4 * ((length + 2) / 3) + 1, '\0');
+    int written =
+        EVP_EncodeBlock(reinterpret_cast<unsigned char *>(encoded.data()), digest, static_cast<int>(length));
+    encoded.resize(static_cast<size_t>(written));
+    return "'sha256-" + encoded + "'";
+}
+
+}  // namespace
+
+std::string JsonForScriptElement(const nlohmann::json &data) {
+    const std::string json = data.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::string escaped;
+    escaped.reserve(json.size());
+    for (size_t i = 0; i < json.size(); ++i) {
+        const char c = json[i];
+        if (c == '<') {
+            escaped += "\\u003c";
+        } else if (c == '>') {
+            escaped += "\\u003e";
+        } else if (c == '&') {
+            escaped += "\\u0026";
+        } else if (json.compare(i, 3, "\xE2\x80\xA8") == 0 || json.compare(i, 3, "\xE2\x80\xA9") == 0) {
+            escaped += json[i + 2] == '\xA8' ? "\\u2028" : "\\u2029";
+            i += 2;
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string SelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
+                              const nlohmann::json &data) {
+    const std::string policy = "default-src 'none'; img-src data:; style-src " + HashSource(style) +
+                               "; script-src " + HashSource(script) + "; base-uri 'none'; form-action 'none'";
+    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+           "<meta http-equiv=\"Content-Security-Policy\" content=\"" +
+           policy +
+           "\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+           "<title>" +
+           EscapeHtmlText(title) + "</title>\n<style>" + style +
+           "</style>\n</head>\n<body>\n<noscript>This page draws itself with a script; allow scripts to "
+           "see it.</noscript>\n<script type=\"application/json\" id=\"data\">" +
+           JsonForScriptElement(data) + "</script>\n<script>" + script + "</script>\n</body>\n</html>\n";
+}
+
+}  // namespace Zarvo::Host

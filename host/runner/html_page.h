@@ -1,0 +1,22 @@
+#ifndef HOST_RUNNER_HTML_PAGE_H
+#define HOST_RUNNER_HTML_PAGE_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace Zarvo::Host {
+
+// A page that needs nothing but itself. `data` rides along as JSON in a script element that the
+// browser never runs, and `script` renders it with DOM calls only. The page's
+// Content-Security-Policy lets no other script or style run and loads nothing: images come as
+// data: URIs only.
+std::string SelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
+                              const nlohmann::json &data);
+
+// JSON that can stand inside a script element: "<", ">" and "&" (and U+2028, U+2029) as \u
+// escapes, so that no text of the data can end the element or open a comment.
+std::string JsonForScriptElement(const nlohmann::json &data);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_HTML_PAGE_H

@@ -1,0 +1,97 @@
+#ifndef HOST_RUNNER_RUN_RECORD_H
+#define HOST_RUNNER_RUN_RECORD_H
+
+#include <sys/types.h>
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform_control/event_capture.h"
+#include "platform_control/log_capture.h"
+#include "record_source_users.h"
+#include "record_users.h"
+#include "snapshot.h"
+
+namespace Zarvo::Host {
+
+// A file the restore left in an app's data directory, as it stands after the run.
+struct HandedFile {
+    std::string path;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    mode_t mode = 0;
+    std::string content;
+};
+
+// What the runner collected during one run, as it collected it.
+struct RunCapture {
+    bool result = false;
+    std::string plugin;
+    std::string snapshot;
+    LaidSnapshot laid;
+    SourceUserList sourceUsers;  // read from the work tree before the call
+    std::vector<LogRecord> logs;
+    std::vector<EventRecord> events;
+    nlohmann::json osAccountsBefore = nlohmann::json::array();
+    nlohmann::json osAccountsAfter = nlohmann::json::array();
+    std::vector<HandedFile> handedFiles;
+    nlohmann::json journal = nlohmann::json::array();
+    bool workTreeRemoved = false;
+    double setupMs = 0;
+    double serviceStartMs = 0;
+    double restoreMs = 0;
+    double totalMs = 0;
+};
+
+struct FaultEvent {
+    std::string domain;
+    std::string name;
+    int type = 0;
+    nlohmann::json params = nlohmann::json::object();  // name to value
+};
+
+// The account handed over, read from the export file the plug-in wrote to the account app.
+struct HandedAccount {
+    bool isJson = false;  // false: the file holds no JSON object, and the members below are empty
+    std::string name;
+    std::string type;
+    std::string locale;
+    int64_t id = 0;
+    std::string authToken;  // masked unless secrets are shown
+    nlohmann::json extras = nlohmann::json::array();
+    HandedFile file;  // its content with the secrets masked the same way
+};
+
+// One source user: what became of it, why, and what the phone's file says about it.
+struct UserRecord {
+    UserOutcome outcome;
+    std::string explanation;
+    std::optional<SourceUser> source;
+    std::string phonePhoto;  // the phone's photo as a data URI, when no OS account carries one
+};
+
+// Everything one run did, built once; the summary, the JSON report and the page only show it.
+struct RunRecord {
+    RunCapture capture;  // with every secret masked unless `secretsShown`
+    bool secretsShown = false;
+    std::optional<HandedAccount> account;
+    std::string accountNote;  // why none was handed over
+    bool userRestoreRan = false;
+    std::string usersNote;  // why no user was taken, when none was
+    std::vector<FaultEvent> events;
+    std::vector<UserRecord> users;
+};
+
+// Derives the record from a capture: the handed account, every user's fate in plain words, the
+// fault events' parameters; and masks the auth token and credential-named extras everywhere
+// unless `showSecrets`.
+RunRecord BuildRunRecord(RunCapture capture, bool showSecrets);
+
+// Every regular file below `root`, with owner, group, mode and content.
+std::vector<HandedFile> CollectFiles(const std::string &root);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_RUN_RECORD_H

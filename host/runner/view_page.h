@@ -1,0 +1,20 @@
+#ifndef HOST_RUNNER_VIEW_PAGE_H
+#define HOST_RUNNER_VIEW_PAGE_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "run_record.h"
+
+namespace Zarvo::Host {
+
+// The record as one self-contained HTML page (--html): it carries the JSON report itself and
+// draws it in the browser, so that page and report never disagree.
+std::string RunPage(const RunRecord &record);
+
+// A batch's index (index.json's document) as a self-contained page.
+std::string IndexPage(const nlohmann::json &index);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_VIEW_PAGE_H

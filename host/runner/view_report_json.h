@@ -1,0 +1,18 @@
+#ifndef HOST_RUNNER_VIEW_REPORT_JSON_H
+#define HOST_RUNNER_VIEW_REPORT_JSON_H
+
+#include <nlohmann/json.hpp>
+
+#include "run_record.h"
+
+namespace Zarvo::Host {
+
+// The record as the JSON report (--report) writes it; the page carries the same document.
+nlohmann::json ReportJson(const RunRecord &record);
+
+// The document as text: two-space indentation, text that is not UTF-8 replaced by U+FFFD.
+std::string ReportText(const nlohmann::json &report);
+
+}  // namespace Zarvo::Host
+
+#endif  // HOST_RUNNER_VIEW_REPORT_JSON_H

@@ -1,0 +1,86 @@
+#include "view_summary.h"
+
+#include <cstdio>
+#include <iomanip>
+
+namespace Zarvo::Host {
+namespace {
+
+std::string ModeText(mode_t mode) {
+    char text[8];
+    std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
+    return text;
+}
+
+std::string Param(const FaultEvent &event, const char *name) {
+    if (!event.params.contains(name)) {
+        return "";
+    }
+    const nlohmann::json &value = event.params[name];
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+void WriteAccount(const RunRecord &record, std::ostream &out) {
+    out << "Account: ";
+    if (!record.account) {
+        out << record.accountNote << "\n";
+        return;
+    }
+    const HandedAccount &account = *record.account;
+    if (!account.isJson) {
+        out << "an export file that is not JSON";
+    } else {
+        out << "account \"" << account.name << "\" of type " << account.type << " (id " << account.id << ", "
+            << account.extras.size() << " extras, locale \"" << account.locale << "\", auth token "
+            << account.authToken << ")";
+    }
+    out << " handed to " << account.file.path << ", owner " << account.file.uid << ", group "
+        << account.file.gid << ", mode " << ModeText(account.file.mode) << "\n";
+}
+
+void WriteUsers(const RunRecord &record, std::ostream &out) {
+    out << "Users:";
+    if (record.users.empty()) {
+        out << " none restored or skipped" << (record.usersNote.empty() ? "" : " (" + record.usersNote + ")")
+            << "\n";
+        return;
+    }
+    out << "\n";
+    for (const auto &user : record.users) {
+        out << "  source user " << user.outcome.sourceId << ": " << user.outcome.decision;
+        if (user.outcome.localId >= 0) {
+            out << " as OS account " << user.outcome.localId;
+        }
+        out << " (" << user.explanation << ")\n";
+        if (!user.outcome.detail.empty() && user.outcome.decision == "failed") {
+            out << "    plug-in: " << user.outcome.detail << "\n";
+        }
+    }
+}
+
+}  // namespace
+
+void WriteSummary(const RunRecord &record, std::ostream &out) {
+    const RunCapture &capture = record.capture;
+    out << "RestoreData returned " << (capture.result ? "true" : "false") << "\n";
+    out << "Snapshot: " << capture.snapshot << " (data root: " << capture.laid.root << ")\n";
+    if (!capture.laid.leftOut.empty()) {
+        out << "Left out of the snapshot: " << capture.laid.leftOut.size() << "\n";
+        for (const auto &entry : capture.laid.leftOut) {
+            out << "  " << entry.path << ": " << entry.reason << "\n";
+        }
+    }
+    WriteAccount(record, out);
+    WriteUsers(record, out);
+    out << "Fault events: " << record.events.size() << "\n";
+    for (const auto &event : record.events) {
+        out << "  " << Param(event, "ERROR_TYPE") << " code " << Param(event, "ERROR_CODE") << " (task "
+            << Param(event, "TASK_ID") << "): " << Param(event, "ERROR_MESSAGE") << "\n";
+    }
+    out << "Work tree " << (capture.workTreeRemoved ? "removed" : "still present") << "\n";
+    out << std::fixed << std::setprecision(1) << "Time: " << capture.totalMs << " ms (set-up "
+        << capture.setupMs << " ms, of which starting the migrate service " << capture.serviceStartMs
+        << " ms; RestoreData " << capture.restoreMs << " ms)\n";
+}
+
+}  // namespace Zarvo::Host

@@ -1,0 +1,38 @@
+#ifndef TESTS_E2E_RUNNER_PROCESS_H
+#define TESTS_E2E_RUNNER_PROCESS_H
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+// The runner as a person runs it, from outside a sandbox (it makes its own).
+struct RunResult {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr together
+};
+
+// Runs a shell command line and collects what it prints.
+RunResult RunCommand(const std::string &command);
+// Runs the runner with these arguments.
+RunResult RunRunner(const std::string &arguments);
+// Writes a snapshot with make_sample_phone: the sample phone, or the one the description tells.
+void MakePhone(const std::string &dir, const std::string &description = "");
+
+std::string ReadFile(const std::string &path);
+nlohmann::json ReadJson(const std::string &path);
+// The permission bits of a file, -1 when it is missing.
+int ModeOf(const std::string &path);
+
+// A fresh folder below /tmp for each test.
+class RunnerTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Writes a file below the test's folder and returns its path.
+    std::string Write(const std::string &name, const std::string &content);
+
+    std::string dir_;
+};
+
+#endif  // TESTS_E2E_RUNNER_PROCESS_H
