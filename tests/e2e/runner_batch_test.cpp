@@ -17,10 +17,10 @@ const char FALSE_PHONE[] = R"({"users": [
 
 // One phone of each kind: restored, returning false, and two that cannot be set up (a folder that
 // holds no snapshot, a file that is none).
-class RunnerBatchTest : public RunnerTest {
+class RunnerBatchTest : public TempFolderTest {
 protected:
     void SetUp() override {
-        RunnerTest::SetUp();
+        TempFolderTest::SetUp();
         folder_ = dir_ + "/phones";
         MakePhone(folder_ + "/good");
         MakePhone(folder_ + "/false", Write("false.json", FALSE_PHONE));

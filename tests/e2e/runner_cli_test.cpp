@@ -12,7 +12,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using RunnerCliTest = RunnerTest;
+using RunnerCliTest = TempFolderTest;
 
 // The auth token of the sample phone's account, in part: enough to tell it in clear from masked.
 const std::string SAMPLE_TOKEN_PART = "QW8xY2M0ZTYtYjQ1Ny00ZmE2";

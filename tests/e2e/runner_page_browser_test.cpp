@@ -41,14 +41,14 @@ const char RENDERED[] = R"((async () => {
   };
 })())";
 
-class RunnerPageBrowserTest : public RunnerTest {
+class RunnerPageBrowserTest : public TempFolderTest {
 protected:
     void SetUp() override {
         if (!HeadlessBrowser::Installed()) {
             GTEST_SKIP() << HeadlessBrowser::CHROMIUM << " is not installed (scripts/setup installs it): the "
                          << "page is not checked in a browser.";
         }
-        RunnerTest::SetUp();
+        TempFolderTest::SetUp();
         std::string error;
         ASSERT_TRUE(browser_.Start(error)) << error;
     }

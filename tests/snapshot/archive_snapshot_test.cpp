@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "runner_process.h"
 #include "snapshot.h"
 #include "test_archive.h"
 
@@ -45,22 +46,13 @@ Walked WalkArchive(const std::string &path, const Host::ArchiveLimits &limits = 
     return walked;
 }
 
-class ArchiveSnapshotTest : public testing::Test {
+class ArchiveSnapshotTest : public TempFolderTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/archive_snapshot_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
-    std::string Write(Packing packing, const std::vector<Member> &members) {
+    std::string WriteArchive(Packing packing, const std::vector<Member> &members) {
         const std::string path = dir_ + "/archive";
         EXPECT_EQ(Testing::WriteArchive(path, packing, members), "");
         return path;
     }
-
-    std::string dir_;
 };
 
 // The forms the runner's own tests do not make; entries come out in the order of a folder's walk.
@@ -89,7 +81,7 @@ TEST_F(ArchiveSnapshotTest, FindsTheDataRootWhereverTheArchiveHoldsIt) {
          {"back/100/accounts_ce.db=db"}},
     };
     for (const Case &c : cases) {
-        Walked walked = WalkArchive(Write(Packing::TAR_GZ, c.members));
+        Walked walked = WalkArchive(WriteArchive(Packing::TAR_GZ, c.members));
         EXPECT_EQ(walked.failure, "") << c.root;
         EXPECT_EQ(walked.root, c.root);
         EXPECT_EQ(walked.entries, c.entries) << c.root;
@@ -116,7 +108,7 @@ TEST_F(ArchiveSnapshotTest, AnArchiveOverALimitOrCutShortHandsNothingOver) {
         {{{"data/media/0/back/x.jpg", EntryType::FILE, "jpg"}}, {}, 0, "holds no data root"},
     };
     for (const Case &c : cases) {
-        const std::string path = Write(Packing::TAR, c.members);
+        const std::string path = WriteArchive(Packing::TAR, c.members);
         if (c.cutTo > 0) {
             ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(c.cutTo)), 0);
         }

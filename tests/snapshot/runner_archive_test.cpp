@@ -8,7 +8,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "program_run.h"
+#include "runner_process.h"
 #include "test_archive.h"
 
 namespace {
@@ -17,13 +17,7 @@ using namespace Zarvo;
 using Host::EntryType;
 using Testing::Member;
 using Testing::Packing;
-using Testing::ProgramRun;
 namespace fs = std::filesystem;
-
-nlohmann::json ReadJson(const std::string &path) {
-    std::ifstream in(path);
-    return nlohmann::json::parse(in, nullptr, false);
-}
 
 // The report without what depends on where the snapshot came from, and without timings.
 nlohmann::json WithoutOriginsAndTimings(nlohmann::json report) {
@@ -49,29 +43,17 @@ nlohmann::json WithoutOriginsAndTimings(nlohmann::json report) {
     return report;
 }
 
-class RunnerArchiveTest : public testing::Test {
+class RunnerArchiveTest : public TempFolderTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/runner_archive_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
     std::string MakeSamplePhone(const std::string &form, const std::string &name) {
         const std::string out = dir_ + "/" + name;
-        ProgramRun made =
-            Testing::RunProgram(std::string(SAMPLE_PHONE_PATH) + " --form " + form + " --out " + out);
-        EXPECT_EQ(made.exitCode, 0) << made.output;
+        MakePhone(out, "", "--form " + form);
         return out;
     }
 
-    ProgramRun Restore(const std::string &snapshot, const std::string &report) {
-        return Testing::RunProgram(std::string(RUNNER_PATH) + " --snapshot " + snapshot + " --report " +
-                                   report);
+    RunResult Restore(const std::string &snapshot, const std::string &report) {
+        return RunRunner("--snapshot " + snapshot + " --report " + report);
     }
-
-    std::string dir_;
 };
 
 TEST_F(RunnerArchiveTest, EveryFormOfTheSamplePhoneGivesTheSameRestore) {
@@ -91,7 +73,7 @@ TEST_F(RunnerArchiveTest, EveryFormOfTheSamplePhoneGivesTheSameRestore) {
         MakeSamplePhone(f.form, f.out);
         const std::string snapshot = dir_ + "/" + f.snapshot;
         const std::string report = dir_ + "/" + f.form + ".json";
-        ProgramRun run = Restore(snapshot, report);
+        RunResult run = Restore(snapshot, report);
         ASSERT_EQ(run.exitCode, 0) << f.form << "\n" << run.output;
         EXPECT_NE(run.output.find("Snapshot: " + snapshot + " (data root: " + f.root + ")\n"),
                   std::string::npos)
@@ -133,7 +115,7 @@ TEST_F(RunnerArchiveTest, LinksDevicesAndNamesOutOfTheRootAreLeftOutAndListed) {
     const std::string archive = dir_ + "/hostile.tar.gz";
     ASSERT_EQ(Testing::WriteArchive(archive, Packing::TAR_GZ, members), "");
 
-    ProgramRun run = Restore(archive, dir_ + "/report.json");
+    RunResult run = Restore(archive, dir_ + "/report.json");
     ASSERT_NE(run.exitCode, 2) << run.output;
     EXPECT_NE(run.output.find("Left out of the snapshot: 5\n"), std::string::npos) << run.output;
     nlohmann::json json = ReadJson(dir_ + "/report.json");
@@ -206,7 +188,7 @@ TEST_F(RunnerArchiveTest, ABrokenOrHostileArchiveEndsTheRunBeforeAnythingIsLaid)
     };
     for (const Case &c : cases) {
         const std::string report = dir_ + "/report.json";
-        ProgramRun run = Restore(c.make(), report);
+        RunResult run = Restore(c.make(), report);
         EXPECT_EQ(run.exitCode, 2) << c.name << "\n" << run.output;
         EXPECT_NE(run.output.find("restore_runner: "), std::string::npos) << c.name << "\n" << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << c.name << "\n" << run.output;

@@ -1,5 +1,5 @@
-#ifndef TESTS_E2E_RUNNER_PROCESS_H
-#define TESTS_E2E_RUNNER_PROCESS_H
+#ifndef TESTS_SUPPORT_RUNNER_PROCESS_H
+#define TESTS_SUPPORT_RUNNER_PROCESS_H
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,10 @@ struct RunResult {
 RunResult RunCommand(const std::string &command);
 // Runs the runner with these arguments.
 RunResult RunRunner(const std::string &arguments);
-// Writes a snapshot with make_sample_phone: the sample phone, or the one the description tells.
-void MakePhone(const std::string &dir, const std::string &description = "");
+// Writes a snapshot with make_sample_phone: the sample phone, or the one the description tells;
+// `arguments` add others, such as the form ("--form zip").
+void MakePhone(const std::string &out, const std::string &description = "",
+               const std::string &arguments = "");
 
 std::string ReadFile(const std::string &path);
 nlohmann::json ReadJson(const std::string &path);
@@ -25,7 +27,7 @@ nlohmann::json ReadJson(const std::string &path);
 int ModeOf(const std::string &path);
 
 // A fresh folder below /tmp for each test.
-class RunnerTest : public testing::Test {
+class TempFolderTest : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -35,4 +37,4 @@ protected:
     std::string dir_;
 };
 
-#endif  // TESTS_E2E_RUNNER_PROCESS_H
+#endif  // TESTS_SUPPORT_RUNNER_PROCESS_H

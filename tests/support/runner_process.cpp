@@ -29,9 +29,10 @@ RunResult RunRunner(const std::string &arguments) {
     return RunCommand(std::string(RUNNER_PATH) + " " + arguments);
 }
 
-void MakePhone(const std::string &dir, const std::string &description) {
-    RunResult made = RunCommand(std::string(SAMPLE_PHONE_PATH) + " --out '" + dir + "'" +
-                                (description.empty() ? "" : " --description " + description));
+void MakePhone(const std::string &out, const std::string &description, const std::string &arguments) {
+    RunResult made =
+        RunCommand(std::string(SAMPLE_PHONE_PATH) + " --out '" + out + "'" +
+                   (description.empty() ? "" : " --description " + description) + " " + arguments);
     ASSERT_EQ(made.exitCode, 0) << made.output;
 }
 
@@ -51,17 +52,17 @@ int ModeOf(const std::string &path) {
     return stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
 }
 
-void RunnerTest::SetUp() {
+void TempFolderTest::SetUp() {
     char pattern[] = "/tmp/runner_test_XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     dir_ = pattern;
 }
 
-void RunnerTest::TearDown() {
+void TempFolderTest::TearDown() {
     std::filesystem::remove_all(dir_);
 }
 
-std::string RunnerTest::Write(const std::string &name, const std::string &content) {
+std::string TempFolderTest::Write(const std::string &name, const std::string &content) {
     std::string path = dir_ + "/" + name;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
