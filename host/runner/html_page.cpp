@@ -2,29 +2,15 @@
 
 #include <openssl/evp.h>
 
+#include "binary_xml/xml_text.h"
+
 namespace Zarvo::Host {
 namespace {
 
+// Text that is not UTF-8 keeps what could be converted before the fault.
 std::string EscapeHtmlText(const std::string &text) {
     std::string escaped;
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
+    BinaryXml::AppendXmlText(text, BinaryXml::XmlContext::TEXT, escaped);
     return escaped;
 }
 

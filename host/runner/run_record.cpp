@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -252,6 +253,12 @@ std::vector<HandedFile> CollectFiles(const std::string &root) {
         files.push_back({it->path().string(), info.st_uid, info.st_gid, info.st_mode & 07777, content.str()});
     }
     return files;
+}
+
+std::string ModeText(mode_t mode) {
+    char text[8];
+    std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
+    return text;
 }
 
 }  // namespace Zarvo::Host

@@ -92,6 +92,9 @@ RunRecord BuildRunRecord(RunCapture capture, bool showSecrets);
 // Every regular file below `root`, with owner, group, mode and content.
 std::vector<HandedFile> CollectFiles(const std::string &root);
 
+// Permission bits as four octal digits ("0700"), as the views show them.
+std::string ModeText(mode_t mode);
+
 }  // namespace Zarvo::Host
 
 #endif  // HOST_RUNNER_RUN_RECORD_H

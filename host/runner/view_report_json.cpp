@@ -7,12 +7,6 @@
 namespace Zarvo::Host {
 namespace {
 
-std::string ModeText(mode_t mode) {
-    char text[8];
-    std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
-    return text;
-}
-
 const char *LevelName(int level) {
     switch (level) {
         case LOG_DEBUG:

@@ -6,12 +6,6 @@
 namespace Zarvo::Host {
 namespace {
 
-std::string ModeText(mode_t mode) {
-    char text[8];
-    std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
-    return text;
-}
-
 std::string Param(const FaultEvent &event, const char *name) {
     if (!event.params.contains(name)) {
         return "";
