@@ -1,6 +1,5 @@
 #include "view_report_json.h"
 
-#include <cstdio>
 
 #include "hilog/log.h"
 

@@ -1,6 +1,5 @@
 #include "view_summary.h"
 
-#include <cstdio>
 #include <iomanip>
 
 namespace Zarvo::Host {
