@@ -1,5 +1,6 @@
 #include "binary_xml/xml_to_abx.h"
 
+#include <libxml/entities.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -126,6 +127,24 @@ private:
         writer_.EndTag(name);
     }
 
+    // A reference to an entity the document declares stands for the entity's replacement text,
+    // which libxml2 parses into nodes below the declaration and hangs the declaration below the
+    // reference. The binary form can carry only the predefined entities, so the content is written
+    // in place. A reference whose text the document does not hold (an external entity, or one
+    // declared nowhere) cannot be written and is refused.
+    void WriteEntityReference(xmlNodePtr reference) {
+        const auto *entity = reinterpret_cast<const xmlEntity *>(reference->children);
+        if (entity == nullptr || entity->type != XML_ENTITY_DECL ||
+            entity->etype != XML_INTERNAL_GENERAL_ENTITY) {
+            status_ = Status::MALFORMED;
+            return;
+        }
+        for (xmlNodePtr child = entity->children; child != nullptr && status_ == Status::OK;
+             child = child->next) {
+            WriteNode(child);
+        }
+    }
+
     void WriteNode(xmlNodePtr node) {
         switch (node->type) {
             case XML_ELEMENT_NODE:
@@ -138,7 +157,7 @@ private:
                 writer_.Cdsect(View(node->content));
                 break;
             case XML_ENTITY_REF_NODE:
-                writer_.EntityRef(View(node->name));
+                WriteEntityReference(node);
                 break;
             case XML_COMMENT_NODE:
                 writer_.Comment(View(node->content));
