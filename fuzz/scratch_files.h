@@ -9,7 +9,7 @@
 
 namespace Zarvo::Fuzzing {
 
-// The process's scratch directory, made on first use below $TMPDIR (or /tmp).
+// The process's scratch directory, made on first use below $TMPDIR, or else in /dev/shm (or /tmp).
 const std::string &ScratchDir();
 
 // Replaces the file `name` in the scratch directory with `content` and returns its path.
