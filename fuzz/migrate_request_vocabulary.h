@@ -3,10 +3,10 @@
 
 // What the migrate request target builds its requests from, shared with the seed writer so that
 // seeds name the same choices. An input is read with FuzzedDataProvider, request after request:
-//   one byte 0..15: 0 makes the whole 2,388-byte request out of raw bytes (then nothing else);
-//   otherwise: the operation (OperationChoice), the recursion option (RecurseChoice), then the
-//   source and destination paths, user, group and mode, each a WordChoice of its list.
-// Choices are single bytes taken from the end of the input; texts come from the front.
+// one choice 0..15, where 0 makes the whole 2,388-byte request of raw bytes; otherwise the
+// operation, the recursion option, then source and destination path, user, group and mode, each
+// a word of its list below (the choices are described beside their constants). Choices are
+// single bytes taken from the end of the input; texts come from the front.
 
 #include <cstddef>
 #include <cstdint>
