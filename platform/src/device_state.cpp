@@ -250,7 +250,8 @@ DeviceState ParseDeviceState(const std::string &text) {
     json root;
     try {
         root = json::parse(text);
-    } catch (const json::parse_error &e) {
+    } catch (const json::exception &e) {
+        // A syntax error, or a number beyond what a double holds.
         throw StateError{std::string("it is not valid JSON (") + e.what() + ")"};
     }
     CheckKeys(root, "the top level", {"osAccounts", "bundles", "faults", "migrateService"});

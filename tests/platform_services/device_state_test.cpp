@@ -64,6 +64,7 @@ TEST_F(DeviceStateTest, LeftOutSectionsKeepTheTypicalDeviceAndTheWrittenStateLoa
 TEST_F(DeviceStateTest, BadFilesAreRefusedWithOneSentenceAndChangeNothing) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"{", "not valid JSON"},
+        {R"({"osAccounts": [{"localId": 1e400}]})", "not valid JSON"},
         {"[]", "must be a JSON object"},
         {R"({"accounts": []})", "unknown key \"accounts\""},
         {R"({"osAccounts": {}})", "\"osAccounts\" must be an array"},

@@ -1,5 +1,6 @@
 #include "binary_xml/xml_to_abx.h"
 
+#include <libxml/entities.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -61,55 +62,124 @@ void WriteAttribute(AbxWriter &writer, const std::string &name, std::string_view
     writer.Attribute(name, value);
 }
 
-void WriteNode(AbxWriter &writer, xmlNodePtr node, const EncodeOptions &options);
-
-void WriteElement(AbxWriter &writer, xmlNodePtr element, const EncodeOptions &options) {
-    std::string name = QualifiedName(element->ns, element->name);
-    writer.StartTag(name);
-    for (xmlNsPtr ns = element->nsDef; ns != nullptr; ns = ns->next) {
-        std::string declaration = ns->prefix == nullptr ? "xmlns" : "xmlns:" + std::string(View(ns->prefix));
-        writer.Attribute(declaration, View(ns->href));
-    }
-    for (xmlAttrPtr attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
-        XmlText value(xmlNodeGetContent(reinterpret_cast<xmlNodePtr>(attribute)));
-        WriteAttribute(writer, QualifiedName(attribute->ns, attribute->name), View(value.get()), options);
-    }
-    for (xmlNodePtr child = element->children; child != nullptr; child = child->next) {
-        WriteNode(writer, child, options);
-    }
-    writer.EndTag(name);
-}
-
-void WriteNode(AbxWriter &writer, xmlNodePtr node, const EncodeOptions &options) {
-    switch (node->type) {
-        case XML_ELEMENT_NODE:
-            WriteElement(writer, node, options);
-            break;
-        case XML_TEXT_NODE:
-            writer.Text(View(node->content));
-            break;
-        case XML_CDATA_SECTION_NODE:
-            writer.Cdsect(View(node->content));
-            break;
-        case XML_ENTITY_REF_NODE:
-            writer.EntityRef(View(node->name));
-            break;
-        case XML_COMMENT_NODE:
-            writer.Comment(View(node->content));
-            break;
-        case XML_PI_NODE: {
-            std::string text(View(node->name));
-            if (!View(node->content).empty()) {
-                text += ' ';
-                text += View(node->content);
-            }
-            writer.ProcessingInstruction(text);
-            break;
+// libxml2, reading without substituting entities, keeps an ampersand in a namespace declaration
+// as the reference "&#38;" and any other entity reference as written. The namespace name is the
+// text with "&#38;" read back; a name built from other references is not taken (false).
+bool NamespaceName(const xmlChar *href, std::string &name) {
+    static constexpr std::string_view AMPERSAND = "&#38;";
+    std::string_view raw = View(href);
+    name.clear();
+    for (std::size_t i = 0; i < raw.size(); ++i) {
+        if (raw[i] != '&') {
+            name += raw[i];
+        } else if (raw.compare(i, AMPERSAND.size(), AMPERSAND) == 0) {
+            name += '&';
+            i += AMPERSAND.size() - 1;
+        } else {
+            return false;
         }
-        default:
-            break;
     }
+    return true;
 }
+
+class Encoder {
+public:
+    explicit Encoder(const EncodeOptions &options) : writer_(options.supplementary), options_(options) {}
+
+    Status Run(xmlDocPtr doc, std::string &abx) {
+        writer_.StartDocument();
+        for (xmlNodePtr node = doc->children; node != nullptr && status_ == Status::OK; node = node->next) {
+            WriteNode(node);
+        }
+        writer_.EndDocument();
+        if (status_ == Status::OK && !writer_.Ok()) {
+            status_ = Status::TOO_LARGE;
+        }
+        if (status_ == Status::OK) {
+            abx = writer_.Data();
+        }
+        return status_;
+    }
+
+private:
+    void WriteElement(xmlNodePtr element) {
+        std::string name = QualifiedName(element->ns, element->name);
+        writer_.StartTag(name);
+        for (xmlNsPtr ns = element->nsDef; ns != nullptr; ns = ns->next) {
+            std::string declaration =
+                ns->prefix == nullptr ? "xmlns" : "xmlns:" + std::string(View(ns->prefix));
+            std::string namespaceName;
+            if (!NamespaceName(ns->href, namespaceName)) {
+                status_ = Status::MALFORMED;
+                return;
+            }
+            writer_.Attribute(declaration, namespaceName);
+        }
+        for (xmlAttrPtr attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
+            XmlText value(xmlNodeGetContent(reinterpret_cast<xmlNodePtr>(attribute)));
+            WriteAttribute(writer_, QualifiedName(attribute->ns, attribute->name), View(value.get()),
+                           options_);
+        }
+        for (xmlNodePtr child = element->children; child != nullptr && status_ == Status::OK;
+             child = child->next) {
+            WriteNode(child);
+        }
+        writer_.EndTag(name);
+    }
+
+    // A reference to an entity the document declares stands for the entity's replacement text,
+    // which libxml2 parses into nodes below the declaration and hangs the declaration below the
+    // reference. The binary form can carry only the predefined entities, so the content is written
+    // in place. A reference whose text the document does not hold (an external entity, or one
+    // declared nowhere) cannot be written and is refused.
+    void WriteEntityReference(xmlNodePtr reference) {
+        const auto *entity = reinterpret_cast<const xmlEntity *>(reference->children);
+        if (entity == nullptr || entity->type != XML_ENTITY_DECL ||
+            entity->etype != XML_INTERNAL_GENERAL_ENTITY) {
+            status_ = Status::MALFORMED;
+            return;
+        }
+        for (xmlNodePtr child = entity->children; child != nullptr && status_ == Status::OK;
+             child = child->next) {
+            WriteNode(child);
+        }
+    }
+
+    void WriteNode(xmlNodePtr node) {
+        switch (node->type) {
+            case XML_ELEMENT_NODE:
+                WriteElement(node);
+                break;
+            case XML_TEXT_NODE:
+                writer_.Text(View(node->content));
+                break;
+            case XML_CDATA_SECTION_NODE:
+                writer_.Cdsect(View(node->content));
+                break;
+            case XML_ENTITY_REF_NODE:
+                WriteEntityReference(node);
+                break;
+            case XML_COMMENT_NODE:
+                writer_.Comment(View(node->content));
+                break;
+            case XML_PI_NODE: {
+                std::string text(View(node->name));
+                if (!View(node->content).empty()) {
+                    text += ' ';
+                    text += View(node->content);
+                }
+                writer_.ProcessingInstruction(text);
+                break;
+            }
+            default:
+                break;
+        }
+    }
+
+    AbxWriter writer_;
+    const EncodeOptions &options_;
+    Status status_ = Status::OK;
+};
 
 }  // namespace
 
@@ -124,17 +194,7 @@ Status EncodeXml(std::string_view xml, std::string &abx, const EncodeOptions &op
     if (doc == nullptr || xmlDocGetRootElement(doc.get()) == nullptr) {
         return Status::MALFORMED;
     }
-    AbxWriter writer(options.supplementary);
-    writer.StartDocument();
-    for (xmlNodePtr node = doc->children; node != nullptr; node = node->next) {
-        WriteNode(writer, node, options);
-    }
-    writer.EndDocument();
-    if (!writer.Ok()) {
-        return Status::TOO_LARGE;
-    }
-    abx = writer.Data();
-    return Status::OK;
+    return Encoder(options).Run(doc.get(), abx);
 }
 
 }  // namespace Zarvo::BinaryXml
