@@ -80,7 +80,9 @@ TEST_F(FaultsTest, StalledRequestDoesNotHoldUpOtherConnections) {
 TEST(FaultDescriptionTest, MistakesAreReportedWithTheRuleNumber) {
     for (const char *faults :
          {R"([{"action": "explode"}])", R"([{"action": "fail", "operation": "COPY"}])",
-          R"([{"action": "fail", "count": "two"}])", R"([{"action": "stall", "stallMs": -1}])"}) {
+          R"([{"action": "fail", "count": "two"}])", R"([{"action": "stall", "stallMs": -1}])",
+          R"([{"action": "fail", "count": 18446744073709551615}])",
+          R"([{"action": "fail", "operation": 4294967299}])"}) {
         std::vector<FaultRule> rules;
         std::string error;
         EXPECT_FALSE(
