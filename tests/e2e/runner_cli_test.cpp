@@ -217,6 +217,24 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
     }
 }
 
+// The daemon's readiness pipe ends as it exits, a moment before its exit status can be collected:
+// a service that dies at start-up is reported as such every time, never as slow to listen.
+TEST_F(RunnerCliTest, AMigrateServiceThatDiesAtStartUpIsToldApartFromASlowOne) {
+    const fs::path built = fs::path(RunnerPath()).parent_path();
+    fs::create_directories(dir_ + "/bin");
+    fs::copy_file(RunnerPath(), dir_ + "/bin/restore_runner");
+    const std::string service = Write("bin/migrate_service", "#!/bin/sh\nexit 3\n");
+    fs::permissions(service, fs::perms::owner_all);
+    for (int run = 0; run < 20; ++run) {
+        RunResult result = RunCommand(dir_ + "/bin/restore_runner --plugin " +
+                                      (built / "libaccount_manager_restore.so").string());
+        EXPECT_EQ(result.exitCode, 2) << result.output;
+        EXPECT_NE(result.output.find("the migrate service stopped before it listened (exit status 3)."),
+                  std::string::npos)
+            << result.output;
+    }
+}
+
 TEST_F(RunnerCliTest, HelpExitsWithZero) {
     RunResult run = RunRunner("--help");
     EXPECT_EQ(run.exitCode, 0);

@@ -25,8 +25,12 @@ RunResult RunCommand(const std::string &command) {
     return run;
 }
 
+std::string RunnerPath() {
+    return RUNNER_PATH;
+}
+
 RunResult RunRunner(const std::string &arguments) {
-    return RunCommand(std::string(RUNNER_PATH) + " " + arguments);
+    return RunCommand(RunnerPath() + " " + arguments);
 }
 
 void MakePhone(const std::string &out, const std::string &description, const std::string &arguments) {

@@ -14,7 +14,8 @@ struct RunResult {
 
 // Runs a shell command line and collects what it prints.
 RunResult RunCommand(const std::string &command);
-// Runs the runner with these arguments.
+// The runner as built, and its arguments run.
+std::string RunnerPath();
 RunResult RunRunner(const std::string &arguments);
 // Writes a snapshot with make_sample_phone: the sample phone, or the one the description tells;
 // `arguments` add others, such as the form ("--form zip").
