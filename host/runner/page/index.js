@@ -1,17 +1,7 @@
-'use strict';
 // Draws the batch index carried in the page: one row per phone, failed phones first.
 (function () {
   const index = JSON.parse(document.getElementById('data').textContent);
 
-  function el(tag, className, ...children) {
-    const node = document.createElement(tag);
-    if (className) node.className = className;
-    for (const child of children) {
-      if (child !== null && child !== undefined) node.append(child);
-    }
-    return node;
-  }
-  function text(value) { return value === null || value === undefined ? '' : String(value); }
   const style = { 'restored': 'good', 'not restored': 'bad', 'not set up': 'warn' };
   const decisions = ['updated', 'created', 'existed', 'skipped', 'failed'];
 

@@ -1,18 +1,8 @@
-'use strict';
 // Draws the run record carried in the page. Everything from the record goes in as text nodes
 // or checked attributes: the record holds what a phone supplied.
 (function () {
   const record = JSON.parse(document.getElementById('data').textContent);
 
-  function el(tag, className, ...children) {
-    const node = document.createElement(tag);
-    if (className) node.className = className;
-    for (const child of children) {
-      if (child !== null && child !== undefined) node.append(child);
-    }
-    return node;
-  }
-  function text(value) { return value === null || value === undefined ? '' : String(value); }
   function ms(value) { return (Number(value) || 0).toFixed(1) + ' ms'; }
   function hex(value) { return '0x' + (Number(value) >>> 0).toString(16).toUpperCase(); }
   function pairs(list) {
