@@ -35,6 +35,15 @@ void MaskValue(nlohmann::json &holder, const char *member, std::vector<std::stri
     }
 }
 
+// Whether an account extra's key names a credential (token, password, secret, ...).
+bool IsCredentialKey(const std::string &key) {
+    std::string lower = key;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return std::any_of(std::begin(CREDENTIAL_WORDS), std::end(CREDENTIAL_WORDS),
+                       [&lower](const char *word) { return lower.find(word) != std::string::npos; });
+}
+
 }  // namespace
 
 std::string MaskSecret(const std::string &secret) {
@@ -43,14 +52,6 @@ std::string MaskSecret(const std::string &secret) {
         starts.size() >= SHORTEST_SHOWN ? secret.substr(0, starts[SHOWN_CHARACTERS]) : std::string();
     return shown + "\u2026 (" + std::to_string(starts.size()) +
            (starts.size() == 1 ? " character)" : " characters)");
-}
-
-bool IsCredentialKey(const std::string &key) {
-    std::string lower = key;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return std::any_of(std::begin(CREDENTIAL_WORDS), std::end(CREDENTIAL_WORDS),
-                       [&lower](const char *word) { return lower.find(word) != std::string::npos; });
 }
 
 void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secrets) {
@@ -64,6 +65,8 @@ void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secret
             MaskValue(extra, "value", secrets);
         }
     }
+    std::stable_sort(secrets.begin(), secrets.end(),
+                     [](const std::string &a, const std::string &b) { return a.size() > b.size(); });
 }
 
 void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets) {

@@ -12,16 +12,14 @@ namespace Zarvo::Host {
 // them ("… (6 characters)"): four would give away too much of it.
 std::string MaskSecret(const std::string &secret);
 
-// Whether an account extra's key names a credential (token, password, secret, ...), so that its
-// value is masked like the auth token.
-bool IsCredentialKey(const std::string &key);
-
 // Masks the secrets of the account export file the plug-in hands over ({"authtoken", "extras",
-// ...}): the auth token and every credential-named extra. Their clear values are appended to
-// `secrets`. The rest of the object stays as it is.
+// ...}): the auth token and every credential-named extra (token, password, secret, ...). Their
+// clear values are added to `secrets`, which ends sorted longest first. The rest of the object
+// stays as it is.
 void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secrets);
 
 // Replaces every occurrence of each secret (of at least 8 bytes) in `text` by its masked form.
+// The secrets come longest first, so that one that holds a shorter one is masked whole.
 void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets);
 // The same in every string of a JSON document, keys included.
 void MaskOccurrences(nlohmann::json &document, const std::vector<std::string> &secrets);

@@ -31,21 +31,24 @@ TEST(RecordSecretsTest, MasksShowOnlyTheLengthAndTheStartOfLongSecrets) {
 
 TEST(RecordSecretsTest, MasksTheTokenAndCredentialExtrasWhereverTheyOccur) {
     nlohmann::json account = nlohmann::json::parse(R"({"authtoken": "token-0123456789abcdef", "name": "n",
-        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "r-0123456789"},
+        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "token-0123456789abcdef-refresh"},
                    {"key": "userPassword", "value": "pw"}]})");
     std::vector<std::string> secrets;
     MaskAccountExport(account, secrets);
     const nlohmann::json masked =
         nlohmann::json::parse(R"json({"authtoken": "toke\u2026 (22 characters)", "name": "n",
-        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "\u2026 (12 characters)"},
+        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "toke\u2026 (30 characters)"},
                    {"key": "userPassword", "value": "\u2026 (2 characters)"}]})json");
     EXPECT_EQ(account, masked);
 
-    nlohmann::json elsewhere = {{"token-0123456789abcdef", {"a token-0123456789abcdef b", "pw", 1}}};
+    // A secret that holds another is masked whole. Secrets shorter than 8 bytes are too common a
+    // text to be replaced wherever they appear.
+    nlohmann::json elsewhere = {{"token-0123456789abcdef",
+                                 {"a token-0123456789abcdef b", "token-0123456789abcdef-refresh", "pw", 1}}};
     MaskOccurrences(elsewhere, secrets);
-    // Secrets shorter than 8 bytes are too common a text to be replaced wherever they appear.
     EXPECT_EQ(elsewhere,
-              nlohmann::json({{"toke\u2026 (22 characters)", {"a toke\u2026 (22 characters) b", "pw", 1}}}));
+              nlohmann::json({{"toke\u2026 (22 characters)",
+                               {"a toke\u2026 (22 characters) b", "toke\u2026 (30 characters)", "pw", 1}}}));
 }
 
 TEST(RecordSourceUsersTest, NamesEveryFlagAndEveryUnknownBit) {
