@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "printable.h"
+
 namespace Zarvo::Host {
 namespace {
 
@@ -11,16 +13,6 @@ std::string Duration(double seconds) {
         return std::to_string(rounded) + " s";
     }
     return std::to_string(rounded / 60) + " min " + std::to_string(rounded % 60) + " s";
-}
-
-// A name as a terminal may show it: control characters would move the cursor or worse.
-std::string Printable(std::string text) {
-    for (char &c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-            c = '?';
-        }
-    }
-    return text;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <iomanip>
 
+#include "printable.h"
+
 namespace Zarvo::Host {
 namespace {
 
@@ -10,32 +12,32 @@ std::string Param(const FaultEvent &event, const char *name) {
         return "";
     }
     const nlohmann::json &value = event.params[name];
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return Printable(value.is_string() ? value.get<std::string>() : value.dump());
 }
 
 void WriteAccount(const RunRecord &record, std::ostream &out) {
     out << "Account: ";
     if (!record.account) {
-        out << record.accountNote << "\n";
+        out << Printable(record.accountNote) << "\n";
         return;
     }
     const HandedAccount &account = *record.account;
     if (!account.isJson) {
         out << "an export file that is not JSON";
     } else {
-        out << "account \"" << account.name << "\" of type " << account.type << " (id " << account.id << ", "
-            << account.extras.size() << " extras, locale \"" << account.locale << "\", auth token "
-            << account.authToken << ")";
+        out << "account \"" << Printable(account.name) << "\" of type " << Printable(account.type) << " (id "
+            << account.id << ", " << account.extras.size() << " extras, locale \""
+            << Printable(account.locale) << "\", auth token " << Printable(account.authToken) << ")";
     }
-    out << " handed to " << account.file.path << ", owner " << account.file.uid << ", group "
+    out << " handed to " << Printable(account.file.path) << ", owner " << account.file.uid << ", group "
         << account.file.gid << ", mode " << ModeText(account.file.mode) << "\n";
 }
 
 void WriteUsers(const RunRecord &record, std::ostream &out) {
     out << "Users:";
     if (record.users.empty()) {
-        out << " none restored or skipped" << (record.usersNote.empty() ? "" : " (" + record.usersNote + ")")
-            << "\n";
+        out << " none restored or skipped"
+            << (record.usersNote.empty() ? "" : " (" + Printable(record.usersNote) + ")") << "\n";
         return;
     }
     out << "\n";
@@ -44,9 +46,9 @@ void WriteUsers(const RunRecord &record, std::ostream &out) {
         if (user.outcome.localId >= 0) {
             out << " as OS account " << user.outcome.localId;
         }
-        out << " (" << user.explanation << ")\n";
+        out << " (" << Printable(user.explanation) << ")\n";
         if (!user.outcome.detail.empty() && user.outcome.decision == "failed") {
-            out << "    plug-in: " << user.outcome.detail << "\n";
+            out << "    plug-in: " << Printable(user.outcome.detail) << "\n";
         }
     }
 }
@@ -56,11 +58,12 @@ void WriteUsers(const RunRecord &record, std::ostream &out) {
 void WriteSummary(const RunRecord &record, std::ostream &out) {
     const RunCapture &capture = record.capture;
     out << "RestoreData returned " << (capture.result ? "true" : "false") << "\n";
-    out << "Snapshot: " << capture.snapshot << " (data root: " << capture.laid.root << ")\n";
+    out << "Snapshot: " << Printable(capture.snapshot) << " (data root: " << Printable(capture.laid.root)
+        << ")\n";
     if (!capture.laid.leftOut.empty()) {
         out << "Left out of the snapshot: " << capture.laid.leftOut.size() << "\n";
         for (const auto &entry : capture.laid.leftOut) {
-            out << "  " << entry.path << ": " << entry.reason << "\n";
+            out << "  " << Printable(entry.path) << ": " << Printable(entry.reason) << "\n";
         }
     }
     WriteAccount(record, out);
