@@ -1,13 +1,12 @@
 #include "batch.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -18,6 +17,9 @@
 
 #include "batch_index.h"
 #include "batch_progress.h"
+#include "owner_only_file.h"
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
 
 extern char **environ;
 
@@ -27,27 +29,31 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr int EXIT_BAD_USAGE = 2;
 constexpr size_t MAX_PROBLEM_BYTES = 4096;
+constexpr size_t MAX_STDERR_BYTES = 1 << 20;
+constexpr size_t MAX_SUMMARY_BYTES = 64 << 20;
 const std::string RUNNER_PREFIX = "restore_runner: ";
 
+// A phone whose runner runs. Its stdout (the summary) and stderr go to memory files: the summary
+// is written owner-only when the runner ends, and stderr gives the problem of a failed set-up.
 struct RunningPhone {
     std::string name;
     Clock::time_point start;
-    int stderrFd = -1;
+    UniqueFd stdoutFd;
+    UniqueFd stderrFd;
 };
 
 std::vector<std::string> FolderEntries(const std::string &folder, std::string &error) {
     std::vector<std::string> names;
-    std::unique_ptr<DIR, int (*)(DIR *)> listing(opendir(folder.c_str()), closedir);
-    if (listing == nullptr) {
-        error = "could not list " + folder + ": " + std::strerror(errno) + ".";
-        return names;
+    UniqueFd dir(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int failure = dir.Valid() ? ListDirectoryNames(dir.Get(), names) : errno;
+    if (failure != 0) {
+        error = "could not list " + folder + ": " + std::strerror(failure) + ".";
+        return {};
     }
-    while (dirent *entry = readdir(listing.get())) {
-        // Hidden entries are no phones: "." and "..", and a scheduler's or editor's own files.
-        if (entry->d_name[0] != '.') {
-            names.emplace_back(entry->d_name);
-        }
-    }
+    // Hidden entries are no phones: a scheduler's or editor's own files.
+    names.erase(
+        std::remove_if(names.begin(), names.end(), [](const std::string &name) { return name[0] == '.'; }),
+        names.end());
     return names;
 }
 
@@ -55,18 +61,14 @@ std::vector<std::string> FolderEntries(const std::string &folder, std::string &e
 // own time from its own start.
 std::vector<std::string> ChildEnvironment() {
     std::vector<std::string> environment;
-    bool logOutputSet = false;
     for (char **variable = environ; *variable != nullptr; ++variable) {
         const std::string entry = *variable;
-        if (entry.rfind("ZARVO_RUNNER_START_NS=", 0) == 0) {
-            continue;
+        if (entry.rfind(std::string(START_TIME_VARIABLE) + "=", 0) != 0 &&
+            entry.rfind("ZARVO_HILOG_OUTPUT=", 0) != 0) {
+            environment.push_back(entry);
         }
-        logOutputSet = logOutputSet || entry.rfind("ZARVO_HILOG_OUTPUT=", 0) == 0;
-        environment.push_back(entry);
     }
-    if (!logOutputSet) {
-        environment.emplace_back("ZARVO_HILOG_OUTPUT=off");
-    }
+    environment.emplace_back("ZARVO_HILOG_OUTPUT=off");
     return environment;
 }
 
@@ -79,15 +81,20 @@ std::vector<char *> Pointers(std::vector<std::string> &texts) {
     return pointers;
 }
 
-// The runner's own sentence from what it wrote on stderr: its last line that the runner begins,
-// else the first line of the option parser's.
-std::string ProblemOf(int fd) {
+// What the runner wrote into one of its memory files, up to `limit` bytes.
+std::string ReadBack(int fd, size_t limit) {
     std::string text;
     char buffer[4096];
     lseek(fd, 0, SEEK_SET);
-    for (ssize_t got; (got = read(fd, buffer, sizeof(buffer))) > 0 && text.size() < 1024 * 1024;) {
+    for (ssize_t got; text.size() < limit && (got = read(fd, buffer, sizeof(buffer))) > 0;) {
         text.append(buffer, static_cast<size_t>(got));
     }
+    return text;
+}
+
+// The runner's own sentence from what it wrote on stderr: its last line that the runner begins,
+// else the first line of the option parser's.
+std::string ProblemOf(const std::string &text) {
     std::string problem;
     std::string last;
     size_t start = 0;
@@ -123,28 +130,26 @@ public:
                                               PhoneFile(options_.out, phone, ".html")};
         arguments.insert(arguments.end(), options_.runnerOptions.begin(), options_.runnerOptions.end());
         const Clock::time_point start = Clock::now();
-        int stderrFd = memfd_create("runner-stderr", MFD_CLOEXEC);
-        if (stderrFd < 0) {
+        UniqueFd stdoutFd(memfd_create("runner-stdout", MFD_CLOEXEC));
+        UniqueFd stderrFd(memfd_create("runner-stderr", MFD_CLOEXEC));
+        if (!stdoutFd.Valid() || !stderrFd.Valid()) {
             Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(errno), start);
             return;
         }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        const std::string summary = PhoneFile(options_.out, phone, ".txt");
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, summary.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_adddup2(&actions, stderrFd, STDERR_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, stdoutFd.Get(), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, stderrFd.Get(), STDERR_FILENO);
         std::vector<char *> argv = Pointers(arguments);
         std::vector<char *> envp = Pointers(environment_);
         pid_t pid = -1;
         int failure = posix_spawn(&pid, options_.runner.c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         if (failure != 0) {
-            close(stderrFd);
             Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(failure), start);
             return;
         }
-        running_[pid] = {phone, start, stderrFd};
+        running_[pid] = {phone, start, std::move(stdoutFd), std::move(stderrFd)};
     }
 
     size_t Running() const { return running_.size(); }
@@ -155,8 +160,11 @@ public:
         pid_t pid = waitpid(-1, &status, 0);
         if (pid < 0) {
             if (errno != EINTR) {
+                // The runners' ends cannot be collected: each running phone still gets its row.
+                const std::string problem =
+                    std::string("its runner's end could not be collected: ") + std::strerror(errno);
                 for (auto &[lost, phone] : running_) {
-                    close(phone.stderrFd);
+                    Finish(phone.name, -1, problem, phone.start);
                 }
                 running_.clear();
             }
@@ -166,18 +174,21 @@ public:
         if (it == running_.end()) {
             return;
         }
-        RunningPhone phone = it->second;
+        RunningPhone phone = std::move(it->second);
         running_.erase(it);
-        std::string problem = ProblemOf(phone.stderrFd);
-        close(phone.stderrFd);
         const int exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::string problem;
         if (WIFSIGNALED(status)) {
             problem = "its runner was ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
                       strsignal(WTERMSIG(status)) + ")";
-        } else if (problem.empty() && exitStatus != 0 && exitStatus != 1) {
-            problem = "its runner ended with exit status " + std::to_string(exitStatus);
+        } else if (exitStatus != 0 && exitStatus != 1) {
+            problem = ProblemOf(ReadBack(phone.stderrFd.Get(), MAX_STDERR_BYTES));
+            if (problem.empty()) {
+                problem = "its runner ended with exit status " + std::to_string(exitStatus);
+            }
         }
-        Finish(phone.name, exitStatus, problem, phone.start);
+        Finish(phone.name, exitStatus, problem, phone.start,
+               ReadBack(phone.stdoutFd.Get(), MAX_SUMMARY_BYTES));
     }
 
     std::vector<nlohmann::json> TakeRows() {
@@ -186,15 +197,18 @@ public:
     }
 
 private:
-    void Finish(const std::string &phone, int exitStatus, const std::string &problem,
-                Clock::time_point start) {
+    void Finish(const std::string &phone, int exitStatus, const std::string &problem, Clock::time_point start,
+                const std::string &summary = "") {
         const double wallMs = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-        nlohmann::json row = PhoneRow(options_.out, phone, exitStatus, problem, wallMs);
-        const std::string summary = PhoneFile(options_.out, phone, ".txt");
-        struct stat info {};
-        if (stat(summary.c_str(), &info) == 0 && info.st_size == 0) {
-            unlink(summary.c_str());
+        const std::string summaryPath = PhoneFile(options_.out, phone, ".txt");
+        std::string writeProblem;
+        if (!summary.empty()) {
+            writeProblem = WriteOwnerOnlyFile(summaryPath, summary);
+        } else {
+            unlink(summaryPath.c_str());  // an earlier run's
         }
+        nlohmann::json row =
+            PhoneRow(options_.out, phone, exitStatus, problem.empty() ? writeProblem : problem, wallMs);
         const std::string result = row["result"];
         progress_.PhoneDone(phone, result, result != RESTORED);
         rows_.push_back(std::move(row));
@@ -215,11 +229,9 @@ int RunBatch(const BatchOptions &options, std::string &error) {
         return EXIT_BAD_USAGE;
     }
     phones = ShardEntries(std::move(phones), options.shard);
-    for (const std::string &dir : {options.out, options.out + "/phones"}) {
-        if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
-            error = "could not make " + dir + ": " + std::strerror(errno) + ".";
-            return EXIT_BAD_USAGE;
-        }
+    error = MakeOutFolders(options.out);
+    if (!error.empty()) {
+        return EXIT_BAD_USAGE;
     }
     const Clock::time_point start = Clock::now();
     BatchRun run(options, phones.size());

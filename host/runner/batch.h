@@ -8,6 +8,10 @@
 
 namespace Zarvo::Host {
 
+// The runner's start (nanoseconds since the epoch), handed from a runner to the one it starts in
+// its sandbox so that set-up time counts. A phone's runner in a batch measures from its own start.
+constexpr char START_TIME_VARIABLE[] = "ZARVO_RUNNER_START_NS";
+
 struct BatchOptions {
     std::string folder;  // every entry (a snapshot folder or file) is one phone
     std::string out;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -44,6 +45,15 @@ int ResultRank(const nlohmann::json &row) {
 
 std::string PhoneFile(const std::string &outDir, const std::string &phone, const std::string &extension) {
     return outDir + "/phones/" + phone + extension;
+}
+
+std::string MakeOutFolders(const std::string &outDir) {
+    for (const std::string &dir : {outDir, outDir + "/phones"}) {
+        if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+            return "could not make " + dir + ": " + std::strerror(errno) + ".";
+        }
+    }
+    return "";
 }
 
 nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int exitStatus,
@@ -115,13 +125,10 @@ std::string WriteIndex(const std::string &outDir, const nlohmann::json &index) {
 
 std::string MergeIndexes(const std::string &outDir, const std::vector<std::string> &shardDirs,
                          nlohmann::json &merged, std::string &warning) {
-    if (mkdir(outDir.c_str(), 0700) != 0 && errno != EEXIST) {
-        return "could not make " + outDir + ".";
-    }
-    if (mkdir((outDir + "/phones").c_str(), 0700) != 0 && errno != EEXIST) {
-        return "could not make " + outDir + "/phones.";
-    }
+    // Every index is read and checked before anything is written, so that a refused merge
+    // leaves `outDir` as it was.
     std::vector<nlohmann::json> rows;
+    std::vector<std::string> rowDirs;
     std::set<std::string> phones;
     std::set<unsigned> shardsSeen;
     std::set<unsigned> shardCounts;
@@ -145,16 +152,8 @@ std::string MergeIndexes(const std::string &outDir, const std::vector<std::strin
             if (!phones.insert(phone).second) {
                 return "the phone " + phone + " is in more than one of the indexes; merge each shard once.";
             }
-            for (const char *extension : PHONE_FILE_EXTENSIONS) {
-                std::string content;
-                if (ReadText(PhoneFile(dir, phone, extension), content)) {
-                    std::string error = WriteOwnerOnlyFile(PhoneFile(outDir, phone, extension), content);
-                    if (!error.empty()) {
-                        return error;
-                    }
-                }
-            }
             rows.push_back(row);
+            rowDirs.push_back(dir);
         }
     }
     if (shardCounts.size() > 1) {
@@ -170,6 +169,19 @@ std::string MergeIndexes(const std::string &outDir, const std::vector<std::strin
         if (!missing.empty()) {
             warning = "the merged index lacks shard " + missing + ".";
         }
+    }
+    std::string error = MakeOutFolders(outDir);
+    for (size_t i = 0; i < rows.size() && error.empty(); ++i) {
+        const std::string phone = rows[i].value("phone", "");
+        for (const char *extension : PHONE_FILE_EXTENSIONS) {
+            std::string content;
+            if (error.empty() && ReadText(PhoneFile(rowDirs[i], phone, extension), content)) {
+                error = WriteOwnerOnlyFile(PhoneFile(outDir, phone, extension), content);
+            }
+        }
+    }
+    if (!error.empty()) {
+        return error;
     }
     merged = BuildIndex(std::move(rows), std::nullopt, elapsedMs);
     return WriteIndex(outDir, merged);

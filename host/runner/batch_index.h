@@ -18,6 +18,10 @@ inline constexpr char NOT_SET_UP[] = "not set up";
 // Where a batch keeps a phone's files below its --out folder: phones/<name>.json, .html, .txt.
 std::string PhoneFile(const std::string &outDir, const std::string &phone, const std::string &extension);
 
+// Makes `outDir` and its phones/ folder (owner-only) when they are not there. Empty text on
+// success, else one sentence.
+std::string MakeOutFolders(const std::string &outDir);
+
 // A phone's row of the index: from its runner's exit status (-1: it could not be started, or
 // ended by a signal) and the report it wrote. `problem` says why a phone could not be set up.
 nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int exitStatus,

@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include "binary_xml/value_text.h"
 #include "binary_xml/xml_text.h"
 
 namespace Zarvo::Host {
@@ -19,11 +20,9 @@ std::string HashSource(const std::string &content) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     EVP_Digest(content.data(), content.size(), digest, &length, EVP_sha256(), nullptr);
-    std::string encoded(4 * ((length + 2) / 3) + 1, '\0');
-    int written =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char *>(encoded.data()), digest, static_cast<int>(length));
-    encoded.resize(static_cast<size_t>(written));
-    return "'sha256-" + encoded + "'";
+    std::string source = "'sha256-";
+    BinaryXml::AppendBase64(std::string_view(reinterpret_cast<const char *>(digest), length), source);
+    return source + "'";
 }
 
 }  // namespace

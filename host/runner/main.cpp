@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +18,7 @@
 #include "batch.h"
 #include "batch_index.h"
 #include "migrate_service_process.h"
+#include "own_path.h"
 #include "owner_only_file.h"
 #include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
@@ -40,7 +41,6 @@ namespace {
 constexpr int EXIT_RESTORED = 0;
 constexpr int EXIT_NOT_RESTORED = 1;
 constexpr int EXIT_USAGE = 2;
-constexpr char START_TIME_VARIABLE[] = "ZARVO_RUNNER_START_NS";
 const std::string WORK_ROOT = "/data/service/el1/public/update/migrate_server/plugins/200/";
 const std::string SAMPLE_SNAPSHOT = "/data/runner/sample_phone";
 const std::string APP_DATA_ROOT = "/data/app";
@@ -74,9 +74,8 @@ double MsSince(int64_t startNs) {
 }
 
 std::string SelfDirectory() {
-    char self[PATH_MAX] = {};
-    ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
-    return length > 0 ? fs::path(std::string(self, static_cast<size_t>(length))).parent_path().string() : ".";
+    const std::string self = OwnPath();
+    return self.empty() ? "." : fs::path(self).parent_path().string();
 }
 
 // The plug-in built beside the runner (bin/ of a build tree, or lib/ of an installation).
@@ -252,11 +251,10 @@ int BatchCommand(const Options &options) {
         return Fail("--shard takes K/N with 1 <= K <= N, for example 2/8; " + options.shard +
                     " is not that.");
     }
-    char self[PATH_MAX] = {};
-    if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) {
+    batch.runner = OwnPath();
+    if (batch.runner.empty()) {
         return Fail("could not find this program's own path to run each phone.");
     }
-    batch.runner = self;
     batch.runnerOptions = {"--plugin", fs::absolute(options.plugin).string()};
     if (!options.deviceState.empty()) {
         batch.runnerOptions.insert(batch.runnerOptions.end(),
@@ -286,6 +284,9 @@ int MergeIndexCommand(const std::vector<std::string> &arguments) {
 }  // namespace
 
 int main(int argc, char *argv[]) {
+    // The runner collects the ends of the processes it starts (sandbox, migrate service, a batch's
+    // runners): an "ignore" inherited from whoever started it would have the kernel reap them.
+    signal(SIGCHLD, SIG_DFL);
     CLI::App app{
         "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
     Options options;

@@ -10,6 +10,9 @@
 #include <cstring>
 #include <vector>
 
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
+
 namespace Zarvo::Host {
 
 std::string WriteOwnerOnlyFile(const std::string &path, const std::string &content) {
@@ -20,23 +23,12 @@ std::string WriteOwnerOnlyFile(const std::string &path, const std::string &conte
     std::vector<char> temporary(pattern.begin(), pattern.end());
     temporary.push_back('\0');
     // mkstemp makes the file 0600 whatever the umask is.
-    int fd = mkstemp(temporary.data());
-    if (fd < 0) {
+    UniqueFd file(mkstemp(temporary.data()));
+    if (!file.Valid()) {
         return "could not write " + path + ": " + std::strerror(errno) + ".";
     }
-    const char *data = content.data();
-    size_t left = content.size();
     int failure = 0;
-    while (left > 0 && failure == 0) {
-        ssize_t put = write(fd, data, left);
-        if (put < 0 && errno != EINTR) {
-            failure = errno;
-        } else if (put > 0) {
-            data += put;
-            left -= static_cast<size_t>(put);
-        }
-    }
-    if (close(fd) != 0 && failure == 0) {
+    if (!WriteAll(file.Get(), content.data(), content.size()) || !file.Close()) {
         failure = errno;
     }
     if (failure == 0 && rename(temporary.data(), path.c_str()) != 0) {

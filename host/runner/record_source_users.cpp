@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "binary_xml/abx_decoder.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 namespace {
@@ -40,15 +41,8 @@ constexpr FlagName FLAG_NAMES[] = {
 
 // Reads a regular file without following a link at its name; empty problem on success.
 std::string ReadFile(const std::string &path, size_t limit, std::string &content) {
-    struct Descriptor {
-        int fd;
-        ~Descriptor() {
-            if (fd >= 0) {
-                close(fd);
-            }
-        }
-    } file{open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
-    const int fd = file.fd;
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    const int fd = file.Get();
     if (fd < 0) {
         return errno == ENOENT ? "the file is not in the snapshot"
                                : std::string("it cannot be opened: ") + std::strerror(errno);

@@ -1,6 +1,5 @@
 #include "run_record.h"
 
-#include <openssl/evp.h>
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -8,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "binary_xml/value_text.h"
 #include "hilog/log.h"
 #include "record_secrets.h"
 
@@ -17,15 +17,6 @@ namespace {
 
 const std::string EXPORT_FILE_NAME = "account_manager_db.json";
 const std::string PNG_DATA_URI_PREFIX = "data:image/png;base64,";
-
-std::string Base64(const std::string &bytes) {
-    std::string encoded(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    int length = EVP_EncodeBlock(reinterpret_cast<unsigned char *>(encoded.data()),
-                                 reinterpret_cast<const unsigned char *>(bytes.data()),
-                                 static_cast<int>(bytes.size()));
-    encoded.resize(length > 0 ? static_cast<size_t>(length) : 0);
-    return encoded;
-}
 
 std::vector<FaultEvent> FaultEventsOf(const std::vector<EventRecord> &captured) {
     std::vector<FaultEvent> events;
@@ -191,7 +182,8 @@ std::vector<UserRecord> UsersOf(const RunRecord &record) {
     for (auto &user : users) {
         if (user.source && !user.source->photoPng.empty() &&
             (user.outcome.localId < 0 || !OsAccountHasPhoto(capture.osAccountsAfter, user.outcome.localId))) {
-            user.phonePhoto = PNG_DATA_URI_PREFIX + Base64(user.source->photoPng);
+            user.phonePhoto = PNG_DATA_URI_PREFIX;
+            BinaryXml::AppendBase64(user.source->photoPng, user.phonePhoto);
         }
         if (user.source) {
             user.source->photoPng.clear();

@@ -4,10 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "own_path.h"
 
 namespace Zarvo::Host {
 namespace {
@@ -23,8 +24,8 @@ bool InSandbox() {
 }
 
 int RunInSandbox(int argc, char *argv[], std::string &error) {
-    char self[PATH_MAX] = {};
-    if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) {
+    const std::string self = OwnPath();
+    if (self.empty()) {
         error = "could not find this program's own path to run it in the sandbox.";
         return -1;
     }
