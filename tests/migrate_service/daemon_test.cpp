@@ -359,6 +359,22 @@ TEST_F(DaemonTest, FullTableMakesRoomByClosingTheLongestIdleConnection) {
     EXPECT_NE(refused[0]["note"].get<std::string>().find("being served"), std::string::npos);
 }
 
+// A reply its client does not take keeps the connection busy only until the request timeout,
+// however the client trickles it out; then the connection's place goes to a newcomer.
+TEST_F(DaemonTest, AReplyNotTakenInTimeGivesUpItsPlace) {
+    // A path list far larger than the socket's buffers.
+    std::filesystem::create_directories(ROOT + "/big");
+    for (int i = 0; i < 3000; ++i) {
+        std::ofstream(ROOT + "/big/" + std::string(150, 'n') + std::to_string(i));
+    }
+    Start({"--allow", ROOT, "--max-connections", "1", "--request-timeout", "1"});
+    RawConnection slow;
+    ASSERT_TRUE(slow.SendBytes(RequestBytes(Request(MigrateOp::GET_PATH_LIST, ROOT + "/big"))));
+    ASSERT_TRUE(slow.WaitUntilRead());
+    usleep(2 * 1000 * 1000);
+    EXPECT_TRUE(Served(Request(MigrateOp::IS_DIR, ROOT)));
+}
+
 // With every descriptor taken, a new client's connection is closed rather than left waiting, the
 // daemon does not spin, and serving resumes once descriptors are free.
 TEST_F(DaemonTest, RunningOutOfDescriptorsClosesNewcomersWithoutSpinning) {

@@ -53,7 +53,8 @@ int main(int argc, char **argv) {
         ->capture_default_str()
         ->check(CLI::Range(1, 86400));
     app.add_option("--request-timeout", options.requestTimeoutSeconds,
-                   "Drop a request whose bytes have not all arrived this many seconds after the first")
+                   "Drop a request whose bytes have not all arrived this many seconds after the first, and a "
+                   "connection whose reply has not been taken this many seconds after it was ready")
         ->capture_default_str()
         ->check(CLI::Range(1, 3600));
     app.add_option("--max-connections", options.maxConnections, "Connections served at once")

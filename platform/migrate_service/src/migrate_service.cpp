@@ -33,7 +33,6 @@ std::vector<std::string> DefaultAllowedRoots() {
 
 namespace {
 constexpr int LISTEN_BACKLOG = 16;
-constexpr int SEND_TIMEOUT_SECONDS = 10;
 // How long the accept loop waits before trying again when it cannot take a waiting client.
 constexpr int ACCEPT_BACKOFF_MS = 100;
 constexpr mode_t ROOT_DIR_MODE = 0755;
@@ -114,17 +113,27 @@ size_t ReadRequest(int fd, unsigned char *buf, std::chrono::milliseconds request
     return got;
 }
 
-bool WriteFull(int fd, const std::string &data) {
+// Sends all of `data` by `deadline`: one deadline for the whole reply, so that a client that
+// takes a few bytes now and then cannot keep its connection busy for as long as it likes.
+bool WriteFull(int fd, const std::string &data, std::chrono::steady_clock::time_point deadline) {
     size_t sent = 0;
     while (sent < data.size()) {
-        ssize_t n = send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL);
+        ssize_t n = send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) {
+            sent += static_cast<size_t>(n);
+            continue;
+        }
         if (n < 0 && errno == EINTR) {
             continue;
         }
-        if (n <= 0) {
+        if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
             return false;
         }
-        sent += static_cast<size_t>(n);
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd wait = {fd, POLLOUT, 0};
+        if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) == 0) {
+            return false;
+        }
     }
     return true;
 }
@@ -301,9 +310,7 @@ bool MigrateService::Impl::MakeRoomLocked(uint64_t newcomer) {
 
 void MigrateService::Impl::ServeConnection(UniqueFd fd, uint64_t id) {
     timeval idle = {options.idleTimeoutSeconds, 0};
-    timeval sendTimeout = {SEND_TIMEOUT_SECONDS, 0};
     setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &idle, sizeof(idle));
-    setsockopt(fd.Get(), SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof(sendTimeout));
     while (!stopping.load() && ServeOneRequest(fd.Get(), id)) {
     }
     std::lock_guard<std::mutex> lock(mutex);
@@ -398,7 +405,9 @@ bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
     entry.durationUs = MicrosecondsSince(start);
     // Journalled before the reply leaves, so a client that has its answer finds the entry.
     journal.Record(std::move(entry));
-    bool sent = WriteFull(fd, EncodeReply(reply));
+    bool sent =
+        WriteFull(fd, EncodeReply(reply),
+                  std::chrono::steady_clock::now() + std::chrono::seconds(options.requestTimeoutSeconds));
     FinishServing(id);
     return sent;
 }

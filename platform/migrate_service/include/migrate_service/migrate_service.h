@@ -21,7 +21,8 @@ struct MigrateServiceOptions {
     std::string journalPath;  // empty: the journal is kept in memory only
     // A connection waiting this long for its next request is closed.
     int idleTimeoutSeconds = 30;
-    // A request whose first bytes arrived but not the rest within this time is dropped.
+    // A request whose first bytes arrived but not the rest within this time is dropped, and a
+    // connection whose client has not taken all of its reply within this time is closed.
     int requestTimeoutSeconds = 5;
     // Connections served at once. A newcomer to a full table takes the place of the connection that
     // has waited longest for a request; it is turned away only when every connection is being served.
