@@ -93,19 +93,20 @@ void AccountFileUtil::RemoveAll(const std::string &path) {
     if (!IsDirectory(path)) {
         return;
     }
-    DIR *dir = opendir(path.c_str());
+    // Owned, so that running out of memory on the way down does not leak the directory handle.
+    std::unique_ptr<DIR, int (*)(DIR *)> dir(opendir(path.c_str()), closedir);
     if (dir == nullptr) {
         PLUGIN_LOGE("RemoveAll failed, failed to opendir dir:%{public}s", path.c_str());
         return;
     }
-    for (struct dirent *entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+    for (struct dirent *entry = readdir(dir.get()); entry != nullptr; entry = readdir(dir.get())) {
         const std::string name = entry->d_name;
         if (name == "." || name == "..") {
             continue;
         }
         RemoveAll(GetFilePathByDir(path, name));
     }
-    closedir(dir);
+    dir.reset();
     (void)rmdir(path.c_str());
 }
 
