@@ -342,9 +342,9 @@ void WriteMigrateRequestSeeds(const fs::path &dir) {
     seeds.Write("raw-suffix", suffix.Data());
     std::string raw(Zarvo::Host::REQUEST_LENGTH, '\0');
     const std::string path = std::string(Zarvo::Fuzzing::MIGRATE_FUZZ_BASE) + "/root/dir";
-    raw.replace(4, path.size(), path);
-    raw.replace(2116, 3, "755");
-    raw[0] = static_cast<char>(Op::CHMOD);
+    raw.replace(Zarvo::Host::REQUEST_SRC_OFFSET, path.size(), path);
+    raw.replace(Zarvo::Host::REQUEST_PERM_OFFSET, 3, "755");
+    raw[Zarvo::Host::REQUEST_TYPE_OFFSET] = static_cast<char>(Op::CHMOD);
     ProviderInput whole;
     seeds.Write("raw-request", std::string(raw) + whole.Choice(0).Data());
 }

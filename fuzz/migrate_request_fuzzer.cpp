@@ -201,13 +201,16 @@ void BuildRequest(FuzzedDataProvider &input, unsigned char (&buf)[Zarvo::Host::R
     auto recurse = input.ConsumeIntegralInRange<std::uint8_t>(0, MIGRATE_FUZZ_RECURSE_ANY);
     std::int32_t recurseOpt = recurse == MIGRATE_FUZZ_RECURSE_ANY ? input.ConsumeIntegral<std::int32_t>()
                                                                   : MIGRATE_FUZZ_RECURSE_VALUES[recurse];
-    std::memcpy(buf, &type, sizeof(type));
-    std::memcpy(buf + 2132, &recurseOpt, sizeof(recurseOpt));
-    PutText(buf, 4, 1024, PathWord(input));
-    PutText(buf, 1028, 1024, PathWord(input));
-    PutText(buf, 2052, 32, Word(input, MIGRATE_FUZZ_OWNERS));
-    PutText(buf, 2084, 32, Word(input, MIGRATE_FUZZ_OWNERS));
-    PutText(buf, 2116, 16, Word(input, MIGRATE_FUZZ_MODES));
+    std::memcpy(buf + Zarvo::Host::REQUEST_TYPE_OFFSET, &type, sizeof(type));
+    std::memcpy(buf + Zarvo::Host::REQUEST_RECURSE_OPT_OFFSET, &recurseOpt, sizeof(recurseOpt));
+    PutText(buf, Zarvo::Host::REQUEST_SRC_OFFSET, Zarvo::Host::REQUEST_PATH_WIDTH, PathWord(input));
+    PutText(buf, Zarvo::Host::REQUEST_DST_OFFSET, Zarvo::Host::REQUEST_PATH_WIDTH, PathWord(input));
+    PutText(buf, Zarvo::Host::REQUEST_UID_OFFSET, Zarvo::Host::REQUEST_ID_WIDTH,
+            Word(input, MIGRATE_FUZZ_OWNERS));
+    PutText(buf, Zarvo::Host::REQUEST_GID_OFFSET, Zarvo::Host::REQUEST_ID_WIDTH,
+            Word(input, MIGRATE_FUZZ_OWNERS));
+    PutText(buf, Zarvo::Host::REQUEST_PERM_OFFSET, Zarvo::Host::REQUEST_PERM_WIDTH,
+            Word(input, MIGRATE_FUZZ_MODES));
 }
 
 }  // namespace

@@ -13,22 +13,19 @@
 
 namespace Zarvo::Host::FileOps {
 
+std::string ChildPath(const std::string &path, const std::string &child) {
+    return path == "/" ? "/" + child : path + "/" + child;
+}
+
 namespace {
 // Deeper trees are refused rather than risking the stack of a connection thread.
 constexpr int MAX_DEPTH = 128;
 constexpr size_t COPY_CHUNK = 64 * 1024;
-// What the service creates is owner-only until a mode change says otherwise.
-constexpr mode_t NEW_FILE_MODE = 0600;
-constexpr mode_t NEW_DIR_MODE = 0700;
 
 std::atomic<uint64_t> g_tempCounter{0};
 
 std::string TempName() {
     return ".migrate-tmp-" + std::to_string(getpid()) + "-" + std::to_string(g_tempCounter.fetch_add(1));
-}
-
-std::string ChildPath(const std::string &path, const std::string &child) {
-    return path == "/" ? "/" + child : path + "/" + child;
 }
 
 // A file other than a directory with another name may be that name's file outside the roots.
@@ -118,17 +115,8 @@ int CopyData(int in, int out) {
         if (got == 0) {
             return 0;
         }
-        const char *pos = buffer.data();
-        while (got > 0) {
-            ssize_t put = write(out, pos, static_cast<size_t>(got));
-            if (put < 0 && errno == EINTR) {
-                continue;
-            }
-            if (put < 0) {
-                return errno;
-            }
-            pos += put;
-            got -= put;
+        if (!WriteAll(out, buffer.data(), static_cast<size_t>(got))) {
+            return errno;
         }
     }
 }

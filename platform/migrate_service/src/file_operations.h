@@ -22,6 +22,12 @@ namespace Zarvo::Host {
 // create are owner-only (0600, 0700) until a mode change says otherwise.
 namespace FileOps {
 
+constexpr mode_t NEW_FILE_MODE = 0600;
+constexpr mode_t NEW_DIR_MODE = 0700;
+
+// The path text of `child` in the directory `path` ("/x" in "/").
+std::string ChildPath(const std::string &path, const std::string &child);
+
 int Lstat(int dirFd, const std::string &name, struct stat &st);
 
 // Makes the directory `name` with exactly `mode` if it is missing; an existing directory is success.

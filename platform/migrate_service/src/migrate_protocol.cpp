@@ -22,15 +22,13 @@ struct TextField {
 
 // In wire order, so the first unterminated field named is the first one on the wire.
 constexpr std::array<TextField, 6> TEXT_FIELDS = {{
-    {"srcFilePath", 4, 1024, &MigrateRequest::src},
-    {"dstFilePath", 1028, 1024, &MigrateRequest::dst},
-    {"uid", 2052, 32, &MigrateRequest::uid},
-    {"gid", 2084, 32, &MigrateRequest::gid},
-    {"perm", 2116, 16, &MigrateRequest::perm},
-    {"reserved", 2136, 252, &MigrateRequest::reserved},
+    {"srcFilePath", REQUEST_SRC_OFFSET, REQUEST_PATH_WIDTH, &MigrateRequest::src},
+    {"dstFilePath", REQUEST_DST_OFFSET, REQUEST_PATH_WIDTH, &MigrateRequest::dst},
+    {"uid", REQUEST_UID_OFFSET, REQUEST_ID_WIDTH, &MigrateRequest::uid},
+    {"gid", REQUEST_GID_OFFSET, REQUEST_ID_WIDTH, &MigrateRequest::gid},
+    {"perm", REQUEST_PERM_OFFSET, REQUEST_PERM_WIDTH, &MigrateRequest::perm},
+    {"reserved", REQUEST_RESERVED_OFFSET, REQUEST_RESERVED_WIDTH, &MigrateRequest::reserved},
 }};
-constexpr size_t TYPE_OFFSET = 0;
-constexpr size_t RECURSE_OPT_OFFSET = 2132;
 
 void PutInt32(std::string &out, int32_t value) {
     char bytes[sizeof(value)];
@@ -57,8 +55,8 @@ std::optional<int32_t> MigrateOpFromName(const std::string &name) {
 
 bool DecodeRequest(const unsigned char (&buf)[REQUEST_LENGTH], MigrateRequest &request,
                    std::string &badField) {
-    std::memcpy(&request.type, buf + TYPE_OFFSET, sizeof(request.type));
-    std::memcpy(&request.recurseOpt, buf + RECURSE_OPT_OFFSET, sizeof(request.recurseOpt));
+    std::memcpy(&request.type, buf + REQUEST_TYPE_OFFSET, sizeof(request.type));
+    std::memcpy(&request.recurseOpt, buf + REQUEST_RECURSE_OPT_OFFSET, sizeof(request.recurseOpt));
     bool terminated = true;
     for (const TextField &field : TEXT_FIELDS) {
         const char *start = reinterpret_cast<const char *>(buf + field.offset);

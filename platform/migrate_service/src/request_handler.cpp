@@ -14,7 +14,6 @@ namespace Zarvo::Host {
 namespace {
 constexpr int32_t RECURSE_NONE = 0;
 constexpr int32_t RECURSE_ALL = 2;
-constexpr mode_t NEW_DIR_MODE = 0700;
 // Directories made on the way to a requested one: others may pass through but not list them.
 constexpr mode_t PARENT_DIR_MODE = 0711;
 
@@ -188,7 +187,7 @@ MigrateReply RequestHandler::PrepareDir(const MigrateRequest &request, Verdict &
         return RefuseRecurseOpt(request.recurseOpt, verdict);
     }
     Ownership owner;
-    mode_t mode = NEW_DIR_MODE;
+    mode_t mode = FileOps::NEW_DIR_MODE;
     bool setMode = !request.perm.empty();
     int err = ResolveOwnership(request, owner, verdict);
     if (err == 0 && setMode) {
@@ -266,7 +265,7 @@ MigrateReply RequestHandler::Transfer(const MigrateRequest &request, Verdict &ve
     if (!S_ISDIR(srcStat.st_mode)) {
         return Failure(ENOTDIR, verdict, src.path + " is not a directory");
     }
-    err = FileOps::MakeDir(dst.dir.Get(), dst.name, NEW_DIR_MODE);
+    err = FileOps::MakeDir(dst.dir.Get(), dst.name, FileOps::NEW_DIR_MODE);
     if (err != 0) {
         return FailOp(err, verdict, "cannot make " + dst.path);
     }
@@ -278,7 +277,7 @@ MigrateReply RequestHandler::Transfer(const MigrateRequest &request, Verdict &ve
         err = errno;
     }
     for (size_t i = 0; err == 0 && i < names.size(); ++i) {
-        std::string path = src.path + "/" + names[i];
+        std::string path = FileOps::ChildPath(src.path, names[i]);
         err = isMove ? FileOps::Move(srcDir.Get(), names[i], path, dstDir.Get(), names[i], refusal)
                      : FileOps::CopyTree(srcDir.Get(), names[i], path, dstDir.Get(), names[i], refusal);
     }
@@ -332,7 +331,7 @@ MigrateReply RequestHandler::MkDir(const MigrateRequest &request, Verdict &verdi
     if (err != 0) {
         return GuardFailure(err, verdict);
     }
-    err = FileOps::MakeDir(target.dir.Get(), target.name, NEW_DIR_MODE);
+    err = FileOps::MakeDir(target.dir.Get(), target.name, FileOps::NEW_DIR_MODE);
     return err == 0 ? Success() : FailOp(err, verdict, "cannot make " + target.path);
 }
 

@@ -38,6 +38,19 @@ std::string MigrateOpName(int32_t type);
 std::optional<int32_t> MigrateOpFromName(const std::string &name);
 
 constexpr size_t REQUEST_LENGTH = 2388;
+// Where the fields of a request lie: the two integers, and each text field's offset and width.
+constexpr size_t REQUEST_TYPE_OFFSET = 0;
+constexpr size_t REQUEST_SRC_OFFSET = 4;
+constexpr size_t REQUEST_DST_OFFSET = 1028;
+constexpr size_t REQUEST_PATH_WIDTH = 1024;
+constexpr size_t REQUEST_UID_OFFSET = 2052;
+constexpr size_t REQUEST_GID_OFFSET = 2084;
+constexpr size_t REQUEST_ID_WIDTH = 32;
+constexpr size_t REQUEST_PERM_OFFSET = 2116;
+constexpr size_t REQUEST_PERM_WIDTH = 16;
+constexpr size_t REQUEST_RECURSE_OPT_OFFSET = 2132;
+constexpr size_t REQUEST_RESERVED_OFFSET = 2136;
+constexpr size_t REQUEST_RESERVED_WIDTH = 252;
 constexpr size_t REPLY_HEADER_LENGTH = 12;
 constexpr size_t PACKAGE_LENGTH = 4096;
 constexpr size_t PACKAGE_TEXT_WIDTH = 4088;
