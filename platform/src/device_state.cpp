@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <limits>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -10,6 +9,7 @@
 
 #include "device_state_store.h"
 #include "os_account_manager.h"
+#include "support/json_integer.h"
 
 namespace Zarvo::Host {
 namespace Internal {
@@ -112,26 +112,19 @@ T Field(const json &object, const std::string &key, const std::string &where, T 
     if (found == object.end()) {
         return fallback;
     }
-    bool fits = false;
     if constexpr (std::is_same_v<T, bool>) {
-        fits = found->is_boolean();
-    } else if constexpr (std::is_integral_v<T>) {
-        fits =
-            found->is_number_integer() &&
-            (found->is_number_unsigned() ? found->template get<uint64_t>() <= static_cast<uint64_t>(INT64_MAX)
-                                         : true);
-        if (fits) {
-            int64_t value = found->template get<int64_t>();
-            fits = value >= static_cast<int64_t>(std::numeric_limits<T>::min()) &&
-                   value <= static_cast<int64_t>(std::numeric_limits<T>::max());
+        if (found->is_boolean()) {
+            return found->template get<T>();
         }
-    } else {
-        fits = found->is_string();
+    } else if constexpr (std::is_integral_v<T>) {
+        T value{};
+        if (JsonInteger(*found, value)) {
+            return value;
+        }
+    } else if (found->is_string()) {
+        return found->template get<T>();
     }
-    if (!fits) {
-        throw StateError{where + " has a \"" + key + "\" of the wrong type or out of range"};
-    }
-    return found->template get<T>();
+    throw StateError{where + " has a \"" + key + "\" of the wrong type or out of range"};
 }
 
 AccountSA::OsAccountType ParseType(const json &account, const std::string &where) {

@@ -1,38 +1,20 @@
 #include "migrate_service/fault_plan.h"
 
 #include <fstream>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "migrate_service/migrate_protocol.h"
+#include "support/json_integer.h"
 
 namespace Zarvo::Host {
 
 namespace {
 constexpr const char *DEVICE_STATE_KEY = "migrateService";
 
-// A JSON integer that fits 32 bits. Large positive numbers are kept unsigned, and reading them as a
-// signed 64-bit value would wrap (18446744073709551615 to -1).
-bool AsInt32(const nlohmann::json &number, int32_t &value) {
-    if (number.is_number_unsigned()) {
-        if (number.get<uint64_t>() > static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) {
-            return false;
-        }
-        value = static_cast<int32_t>(number.get<uint64_t>());
-        return true;
-    }
-    if (!number.is_number_integer() || number.get<int64_t>() < std::numeric_limits<int32_t>::min() ||
-        number.get<int64_t>() > std::numeric_limits<int32_t>::max()) {
-        return false;
-    }
-    value = static_cast<int32_t>(number.get<int64_t>());
-    return true;
-}
-
 bool ReadInt32(const nlohmann::json &rule, const char *key, int32_t &value, std::string &error) {
     auto it = rule.find(key);
-    if (it != rule.end() && !AsInt32(*it, value)) {
+    if (it != rule.end() && !JsonInteger(*it, value)) {
         error = std::string("\"") + key + "\" must be a 32-bit integer";
         return false;
     }
@@ -46,7 +28,7 @@ bool ParseOperation(const nlohmann::json &rule, FaultRule &out, std::string &err
         return true;
     }
     int32_t number = 0;
-    if (it->is_number_integer() && AsInt32(*it, number)) {
+    if (JsonInteger(*it, number)) {
         out.type = number;
         return true;
     }
