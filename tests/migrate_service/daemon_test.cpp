@@ -19,6 +19,7 @@
 #include <sstream>
 
 #include "migrate_peers.h"
+#include "test_files.h"
 
 using namespace Zarvo::Testing;
 using Zarvo::Host::MigrateOp;
@@ -37,26 +38,9 @@ constexpr bool SANITIZED_BUILD = __has_feature(address_sanitizer);
 constexpr bool SANITIZED_BUILD = false;
 #endif
 
-std::string ReadText(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-void WriteText(const std::string &path, const std::string &content, mode_t mode) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-    chmod(path.c_str(), mode);
-}
-
-struct stat Lstat(const std::string &path) {
-    struct stat st {};
-    EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
-    return st;
-}
-
 std::vector<nlohmann::json> JournalLines() {
     std::vector<nlohmann::json> lines;
-    std::istringstream in(ReadText(JOURNAL));
+    std::istringstream in(ReadFile(JOURNAL));
     for (std::string line; std::getline(in, line);) {
         lines.push_back(nlohmann::json::parse(line));
     }
@@ -90,7 +74,7 @@ class DaemonTest : public testing::Test {
 protected:
     void TearDown() override {
         if (pid_ > 0) {
-            EXPECT_EQ(Stop(), 0) << ReadText(DAEMON_STDERR);
+            EXPECT_EQ(Stop(), 0) << ReadFile(DAEMON_STDERR);
         }
     }
 
@@ -122,7 +106,7 @@ protected:
         char buf[16] = {};
         ssize_t got = read(ready[0], buf, sizeof(buf));
         close(ready[0]);
-        ASSERT_EQ(got, 6) << ReadText(DAEMON_STDERR);
+        ASSERT_EQ(got, 6) << ReadFile(DAEMON_STDERR);
         ASSERT_STREQ(buf, "ready\n");
     }
 
@@ -137,7 +121,7 @@ protected:
 
     // User plus system CPU time the daemon has used, in clock ticks.
     long CpuTicks() const {
-        std::string stat = ReadText("/proc/" + std::to_string(pid_) + "/stat");
+        std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
         std::istringstream fields(stat.substr(stat.rfind(')') + 2));
         std::vector<std::string> values(std::istream_iterator<std::string>(fields), {});
         // After the command: state is field 3, utime field 14 and stime field 15.
@@ -199,9 +183,9 @@ TEST_F(DaemonTest, SignalsReadinessJournalsRequestsAppliesDeviceStateFaultsAndSt
 TEST_F(DaemonTest, HardLinksNeverReachTheFileOutsideTheRoots) {
     const std::vector<std::string> outside = {"/data/outside/secret", "/data/outside/deep"};
     for (const std::string &path : outside) {
-        WriteText(path, "secret", 0640);
+        WriteFile(path, "secret", 0640);
     }
-    WriteText(ROOT + "/tree/own", "own", 0644);
+    WriteFile(ROOT + "/tree/own", "own", 0644);
     ASSERT_EQ(link(outside[0].c_str(), (ROOT + "/link").c_str()), 0);
     ASSERT_EQ(link(outside[1].c_str(), (ROOT + "/tree/shared").c_str()), 0);
     std::filesystem::create_directories(OTHER_ROOT);
@@ -246,7 +230,7 @@ TEST_F(DaemonTest, HardLinksNeverReachTheFileOutsideTheRoots) {
         EXPECT_EQ(st.st_mode & 07777, 0640u) << path << ": not changed, nor narrowed by a move of its link";
         EXPECT_EQ(st.st_uid, 0u) << path;
         EXPECT_EQ(st.st_gid, 0u) << path;
-        EXPECT_EQ(ReadText(path), "secret");
+        EXPECT_EQ(ReadFile(path), "secret");
     }
 
     EXPECT_EQ(Stop(), 0);
@@ -262,11 +246,11 @@ TEST_F(DaemonTest, HardLinksNeverReachTheFileOutsideTheRoots) {
 // What the service makes is owner-only until a CHMOD says otherwise, so a hand-over whose CHMOD
 // fails leaves nothing readable to others.
 TEST_F(DaemonTest, CreatedAndMovedFilesAreOwnerOnlyUntilChmod) {
-    WriteText(ROOT + "/token", "token", 0644);
-    WriteText(ROOT + "/tree/file", "file", 0644);
-    WriteText(ROOT + "/moved", "moved", 0644);
-    WriteText(ROOT + "/crossed", "crossed", 0644);
-    WriteText(ROOT + "/kept", "kept", 0644);
+    WriteFile(ROOT + "/token", "token", 0644);
+    WriteFile(ROOT + "/tree/file", "file", 0644);
+    WriteFile(ROOT + "/moved", "moved", 0644);
+    WriteFile(ROOT + "/crossed", "crossed", 0644);
+    WriteFile(ROOT + "/kept", "kept", 0644);
     chmod((ROOT + "/tree").c_str(), 0755);
     std::filesystem::create_directories(ROOT + "/app/busy/inside");
     std::filesystem::create_directories(OTHER_ROOT);
@@ -298,7 +282,7 @@ TEST_F(DaemonTest, CreatedAndMovedFilesAreOwnerOnlyUntilChmod) {
         EXPECT_EQ(st.st_uid, 0u) << e.path;
         EXPECT_EQ(st.st_gid, 0u) << e.path;
         if (S_ISREG(st.st_mode)) {
-            EXPECT_EQ(ReadText(e.path), e.content);
+            EXPECT_EQ(ReadFile(e.path), e.content);
         }
     }
     EXPECT_FALSE(std::filesystem::exists(ROOT + "/crossed"));
@@ -405,7 +389,7 @@ TEST_F(DaemonTest, RunningOutOfDescriptorsClosesNewcomersWithoutSpinning) {
     EXPECT_LT(static_cast<double>(ticks), 0.25 * seconds * static_cast<double>(sysconf(_SC_CLK_TCK)))
         << turnedAway << " clients turned away";
 
-    std::string err = ReadText(DAEMON_STDERR);
+    std::string err = ReadFile(DAEMON_STDERR);
     EXPECT_NE(err.find("out of file descriptors"), std::string::npos) << err;
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << "one line for the episode: " << err;
     if (SANITIZED_BUILD) {
@@ -427,7 +411,7 @@ TEST_F(DaemonTest, RunningOutOfDescriptorsClosesNewcomersWithoutSpinning) {
     }
     EXPECT_TRUE(served);
     EXPECT_EQ(Stop(), 0);
-    EXPECT_EQ(ReadText(DAEMON_STDERR), err) << "nothing more once descriptors are free";
+    EXPECT_EQ(ReadFile(DAEMON_STDERR), err) << "nothing more once descriptors are free";
 }
 
 }  // namespace

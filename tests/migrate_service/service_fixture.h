@@ -11,6 +11,7 @@
 
 #include "migrate_peers.h"
 #include "migrate_service/migrate_service.h"
+#include "test_files.h"
 
 namespace Zarvo::Testing {
 
@@ -31,23 +32,6 @@ protected:
     }
     void TearDown() override { service_->Stop(); }
 
-    static void WriteFile(const std::string &path, const std::string &content, mode_t mode = 0644) {
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::ofstream(path, std::ios::binary) << content;
-        chmod(path.c_str(), mode);
-    }
-    static std::string ReadFile(const std::string &path) {
-        std::ifstream in(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-    static struct stat Lstat(const std::string &path) {
-        struct stat st {};
-        EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
-        return st;
-    }
-    static bool Exists(const std::string &path) {
-        return std::filesystem::exists(std::filesystem::symlink_status(path));
-    }
     Host::JournalEntry LastJournalEntry() {
         auto entries = service_->Journal().Entries();
         return entries.empty() ? Host::JournalEntry{} : entries.back();
