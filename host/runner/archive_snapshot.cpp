@@ -259,10 +259,14 @@ private:
             if (status == ARCHIVE_EOF) {
                 return CheckEnd(a, before);
             }
-            if (status < ARCHIVE_WARN) {
+            if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
                 return ReadFailure(a);
             }
-            std::string failure = TakeEntry(a, header, filter, staging);
+            // Headers alone expand too: millions of empty entries are a bomb without any data.
+            std::string failure = CheckExpansion(a);
+            if (failure.empty()) {
+                failure = TakeEntry(a, header, filter, staging);
+            }
             if (!failure.empty()) {
                 return failure;
             }
