@@ -34,6 +34,9 @@ struct LayLimits {
     uint64_t totalBytes = 512ull << 20;
 };
 
+// A limit's size as a sentence gives it: "128 MiB", or "500 bytes".
+std::string SizeText(uint64_t bytes);
+
 // The entries a restore takes from Android's /data (or a work tree), for a source to walk.
 std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId);
 
