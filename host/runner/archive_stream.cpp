@@ -35,14 +35,22 @@ int ArchiveStream::OpenIn(archive *a) {
     return archive_read_open(a, this, nullptr, &ReadCallback, nullptr);
 }
 
+la_ssize_t ArchiveStream::ReadOn(archive *a) {
+    const void *buffer = nullptr;
+    return gzip_ ? Read(a, &buffer) : 0;
+}
+
 la_ssize_t ArchiveStream::ReadCallback(archive *a, void *self, const void **buffer) {
     return static_cast<ArchiveStream *>(self)->Read(a, buffer);
 }
 
 la_ssize_t ArchiveStream::Read(archive *a, const void **buffer) {
-    if (gzip_) {
-        return Inflate(a, buffer);
-    }
+    la_ssize_t got = gzip_ ? Inflate(a, buffer) : ReadPlain(a, buffer);
+    handedBytes_ += got > 0 ? static_cast<uint64_t>(got) : 0;
+    return got;
+}
+
+la_ssize_t ArchiveStream::ReadPlain(archive *a, const void **buffer) {
     la_ssize_t got = ReadRaw(a);
     if (!started_ && got >= 2 && std::equal(std::begin(GZIP_MAGIC), std::end(GZIP_MAGIC), raw_.begin())) {
         if (inflateInit2(&zlib_, GZIP_WINDOW_BITS) != Z_OK) {
@@ -73,8 +81,11 @@ la_ssize_t ArchiveStream::Inflate(archive *a, const void **buffer) {
             // Between members: another one, or zeros up to the end.
             if (*zlib_.next_in == 0) {
                 padding_ = true;
-                ++zlib_.next_in;
-                --zlib_.avail_in;
+                unsigned char *end = zlib_.next_in + zlib_.avail_in;
+                unsigned char *nonZero =
+                    std::find_if(zlib_.next_in, end, [](unsigned char byte) { return byte != 0; });
+                zlib_.avail_in -= static_cast<uInt>(nonZero - zlib_.next_in);
+                zlib_.next_in = nonZero;
                 continue;
             }
             if (padding_ || *zlib_.next_in != GZIP_MAGIC[0]) {
