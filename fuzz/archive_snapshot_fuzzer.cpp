@@ -21,7 +21,7 @@ ArchiveLimits FuzzLimits() {
     ArchiveLimits limits;
     limits.staged.fileBytes = 1 << 20;
     limits.staged.totalBytes = 4 << 20;
-    limits.entries = 1000;
+    limits.staged.entries = 1000;
     limits.expansionFloor = 8 << 20;
     return limits;
 }

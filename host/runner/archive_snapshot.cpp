@@ -261,7 +261,8 @@ private:
             archive_entry *header = nullptr;
             int status = archive_read_next_header(a, &header);
             if (status == ARCHIVE_EOF) {
-                return CheckEnd(a, before);
+                std::string failure = ReadToStreamEnd(a, stream);
+                return failure.empty() ? CheckEnd(a, before) : failure;
             }
             if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
                 return ReadFailure(a);
@@ -291,9 +292,9 @@ private:
         if (!TakeRoot(std::string(reading->root), staging, failure)) {
             return failure.empty() ? ReadThrough(a) : failure;
         }
-        if (staged_.size() >= limits_.entries) {
-            return "the archive " + pieces_[0] + " holds more than " + std::to_string(limits_.entries) +
-                   " entries a restore takes.";
+        if (staged_.size() >= limits_.staged.entries) {
+            return "the archive " + pieces_[0] + " holds more than " +
+                   std::to_string(limits_.staged.entries) + " entries a restore takes.";
         }
         const SnapshotEntry entry{std::string(reading->path), pieces_[0] + ":" + name, TypeOf(header),
                                   LinkTarget(header)};
@@ -375,9 +376,24 @@ private:
         }
     }
 
+    // A gzip stream's last check lies after the archive's end, and more may follow it.
+    std::string ReadToStreamEnd(archive *a, ArchiveStream &stream) {
+        for (;;) {
+            const la_ssize_t got = stream.ReadOn(a);
+            if (got == 0) {
+                return "";
+            }
+            std::string failure = got < 0 ? ReadFailure(a) : CheckExpansion(a);
+            if (!failure.empty()) {
+                return failure;
+            }
+        }
+    }
+
     std::string CheckExpansion(archive *a) const {
-        const uint64_t expanded = std::max<uint64_t>(
-            static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, 0), 0)), dataBytes_);
+        const uint64_t expanded =
+            std::max({static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, 0), 0)), dataBytes_,
+                      stream_->HandedBytes()});
         const uint64_t read = std::max<uint64_t>(stream_->RawBytes(), 1);
         if (expanded > limits_.expansionFloor && expanded / limits_.expansionRatio > read) {
             return "the archive " + pieces_[0] + " expands to more than " +

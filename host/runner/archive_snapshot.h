@@ -12,12 +12,11 @@
 namespace Zarvo::Host {
 
 // What reading one archive may cost at the most. The entries a restore takes are staged until the
-// whole archive has been read; `staged` bounds them as the laying will, and `entries` counts them.
+// whole archive has been read; `staged` bounds them as the laying will.
 // An archive that expands to more than `expansionRatio` times the bytes it was read from, once it
 // has expanded past `expansionFloor` (headers included), is taken for an archive bomb.
 struct ArchiveLimits {
     LayLimits staged;
-    uint64_t entries = 10000;
     uint64_t expansionRatio = 100;
     uint64_t expansionFloor = 256ull << 20;
 };

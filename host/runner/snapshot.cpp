@@ -138,6 +138,10 @@ public:
         if (destination.empty() || (workTree_ && !workTree)) {
             return "";
         }
+        if (++entries_ > limits_.entries) {
+            return "the snapshot holds more than " + std::to_string(limits_.entries) +
+                   " entries a restore takes.";
+        }
         if (!IsPlainPath(entry.path)) {
             result_.leftOut.push_back({entry.path, "its name is not a plain path below the data root"});
             return "";
@@ -201,6 +205,7 @@ private:
     LayLimits limits_;
     LaidSnapshot &result_;
     uint64_t totalBytes_ = 0;
+    uint64_t entries_ = 0;
     bool workTree_ = false;
 };
 

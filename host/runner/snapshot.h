@@ -27,11 +27,12 @@ struct LaidSnapshot {
     std::vector<LeftOutEntry> leftOut;
 };
 
-// What one snapshot may put into the work tree at the most: a bound on every file and on all of
-// them together, far above what any phone's account and user files need.
+// What one snapshot may put into the work tree at the most: a bound on every file, on all of them
+// together and on the number of entries, far above what any phone's account and user files need.
 struct LayLimits {
     uint64_t fileBytes = 128ull << 20;
     uint64_t totalBytes = 512ull << 20;
+    uint64_t entries = 10000;
 };
 
 // A limit's size as a sentence gives it: "128 MiB", or "500 bytes".
