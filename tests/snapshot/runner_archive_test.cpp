@@ -190,17 +190,27 @@ TEST_F(RunnerArchiveTest, ABrokenOrHostileArchiveEndsTheRunBeforeAnythingIsLaid)
              return path;
          },
          "which is cut short or corrupt: truncated gzip input."},
-        {"a gzip with one byte changed",
+        // The data decompresses, but its CRC-32 at the end does not match it.
+        {"a gzip whose check fails",
          [&] {
              std::string path = copy(tarGz, "changed.tar.gz");
              std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-             file.seekg(static_cast<std::streamoff>(fs::file_size(path) / 2));
+             const auto crc = static_cast<std::streamoff>(fs::file_size(path) - 8);
+             file.seekg(crc);
              const char byte = static_cast<char>(file.get() ^ 0x01);
-             file.seekp(static_cast<std::streamoff>(fs::file_size(path) / 2));
+             file.seekp(crc);
              file.put(byte);
              return path;
          },
-         "which is cut short or corrupt"},
+         "which is cut short or corrupt: incorrect data check."},
+        // Read only once the tar's end has been found.
+        {"a gzip with other bytes after it",
+         [&] {
+             std::string path = copy(tarGz, "followed.tar.gz");
+             std::ofstream(path, std::ios::app | std::ios::binary) << "not gzip";
+             return path;
+         },
+         "which is cut short or corrupt: bytes that are not gzip data follow the gzip stream."},
         {"a corrupt zip",
          [&] {
              std::string path = copy(zip, "corrupt.zip");
