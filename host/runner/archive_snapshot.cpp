@@ -213,6 +213,7 @@ public:
         if (failure.empty()) {
             failure = ReadArchive(filter, staging);
         }
+        stream_.reset();
         if (failure.empty() && !root_) {
             failure = "the archive " + pieces_[0] +
                       " holds no data root: neither system_ce/0/accounts_ce.db nor system/users/ at its top, "
@@ -240,8 +241,7 @@ public:
 
 private:
     std::string ReadArchive(const EntryFilter &filter, StagingFile &staging) {
-        ArchiveStream stream(pieces_);
-        stream_ = &stream;
+        ArchiveStream &stream = stream_.emplace(pieces_);
         ArchivePtr owner(archive_read_new(), archive_read_free);
         archive *a = owner.get();
         if (a == nullptr) {
@@ -438,7 +438,7 @@ private:
     std::optional<std::string> root_;
     std::vector<StagedEntry> staged_;
     uint64_t dataBytes_ = 0;
-    const ArchiveStream *stream_ = nullptr;
+    std::optional<ArchiveStream> stream_;  // while the archive is read
 };
 
 }  // namespace
