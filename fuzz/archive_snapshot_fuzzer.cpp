@@ -19,9 +19,9 @@ using namespace Zarvo::Host;
 // Small bounds keep every input quick; the limits' code paths stay the same.
 ArchiveLimits FuzzLimits() {
     ArchiveLimits limits;
-    limits.fileBytes = 1 << 20;
-    limits.totalBytes = 4 << 20;
-    limits.entries = 1000;
+    limits.staged.fileBytes = 1 << 20;
+    limits.staged.totalBytes = 4 << 20;
+    limits.staged.entries = 1000;
     limits.expansionFloor = 8 << 20;
     return limits;
 }

@@ -15,62 +15,34 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string_view>
 
+#include "archive_stream.h"
 #include "support/fd_io.h"
 #include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 namespace {
 
-constexpr size_t READ_BLOCK = 1 << 20;
 constexpr size_t COPY_CHUNK = 64 * 1024;
 constexpr size_t MAX_NAME = 4096;
 // A tar stream ends with zero blocks of 512 bytes; one that stops without them was cut short.
 constexpr int64_t TAR_BLOCK = 512;
 
-std::string SizeText(uint64_t bytes) {
-    return bytes % (1 << 20) == 0 ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes) + " bytes";
-}
-
-bool IsPlainName(const std::string &component) {
+bool IsPlainName(std::string_view component) {
     return !component.empty() && component != "." && component != "..";
 }
 
-bool StartsWith(const std::string &text, const std::string &prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
+bool StartsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
 }
 
 // One way to read an archive member's name: a data root, a run of plain folder names, and the path
 // below it.
 struct Reading {
-    std::string root;
-    std::string path;
+    std::string_view root;
+    std::string_view path;
 };
-
-// Every way to read `name` as <root><path>. "./" in front is dropped; a name that starts with "/"
-// keeps it in its root, so that /data/ and data/ are different roots.
-std::vector<Reading> Readings(std::string name) {
-    while (StartsWith(name, "./")) {
-        name.erase(0, 2);
-    }
-    std::string lead;
-    if (StartsWith(name, "/")) {
-        lead = "/";
-        name.erase(0, 1);
-    }
-    while (name.size() > 1 && name.back() == '/') {
-        name.pop_back();
-    }
-    std::vector<Reading> readings{{lead, name}};
-    for (size_t start = 0, slash = name.find('/'); slash != std::string::npos;
-         start = slash + 1, slash = name.find('/', start)) {
-        if (!IsPlainName(name.substr(start, slash - start))) {
-            break;
-        }
-        readings.push_back({lead + name.substr(0, slash + 1), name.substr(slash + 1)});
-    }
-    return readings;
-}
 
 // A work tree's back/ is a common folder name: it marks a data root only at the archive's top or
 // in a folder named data, so that a back/ among a phone's own files is not taken for one.
@@ -78,9 +50,38 @@ bool MayBeDataRoot(const Reading &reading) {
     if (reading.path != "back" && !StartsWith(reading.path, "back/")) {
         return true;
     }
-    return reading.root.empty() || reading.root == "/" || reading.root == "data/" ||
-           reading.root == "/data/" ||
-           (reading.root.size() > 6 && reading.root.compare(reading.root.size() - 6, 6, "/data/") == 0);
+    const std::string_view root = reading.root;
+    return root.empty() || root == "/" || root == "data/" || root == "/data/" ||
+           (root.size() > 6 && root.substr(root.size() - 6) == "/data/");
+}
+
+// The shallowest way to read `name` as <root><path> with a path the restore takes, if there is
+// one: a root nested in it holds a phone's own files, not its data. "./" in front is dropped; a
+// name that starts with "/" keeps it in its root, so that /data/ and data/ are different roots. A
+// path is asked about only where its first component is one the filter leads to or takes, so the
+// cost stays linear in the name's length.
+std::optional<Reading> ShallowestReading(std::string_view name, const EntryFilter &filter) {
+    while (StartsWith(name, "./")) {
+        name.remove_prefix(2);
+    }
+    while (name.size() > 1 && name.back() == '/') {
+        name.remove_suffix(1);
+    }
+    for (size_t start = StartsWith(name, "/") ? 1 : 0;;) {
+        const size_t slash = name.find('/', start);
+        const std::string_view first =
+            name.substr(start, slash == std::string_view::npos ? slash : slash - start);
+        if (filter.LeadsTo(first) || filter.Wants(first)) {
+            const Reading reading{name.substr(0, start), name.substr(start)};
+            if (MayBeDataRoot(reading) && filter.Wants(reading.path)) {
+                return reading;
+            }
+        }
+        if (slash == std::string_view::npos || !IsPlainName(first)) {
+            return std::nullopt;
+        }
+        start = slash + 1;
+    }
 }
 
 std::string RootWords(const std::string &root) {
@@ -136,6 +137,13 @@ public:
 
     uint64_t Size() const { return size_; }
     int Fd() const { return fd_.Get(); }
+
+    std::string Clear() {
+        size_ = 0;
+        return ftruncate(fd_.Get(), 0) == 0 && lseek(fd_.Get(), 0, SEEK_SET) == 0
+                   ? ""
+                   : std::string("could not empty the temporary file: ") + std::strerror(errno) + ".";
+    }
 
     std::string Append(const char *data, size_t size) {
         if (!WriteAll(fd_.Get(), data, size)) {
@@ -199,13 +207,13 @@ public:
     std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
         root_.reset();
         staged_.clear();
-        stagedBytes_ = 0;
         dataBytes_ = 0;
         StagingFile staging;
         std::string failure = staging.Open();
         if (failure.empty()) {
             failure = ReadArchive(filter, staging);
         }
+        stream_.reset();
         if (failure.empty() && !root_) {
             failure = "the archive " + pieces_[0] +
                       " holds no data root: neither system_ce/0/accounts_ce.db nor system/users/ at its top, "
@@ -233,23 +241,19 @@ public:
 
 private:
     std::string ReadArchive(const EntryFilter &filter, StagingFile &staging) {
+        ArchiveStream &stream = stream_.emplace(pieces_);
         ArchivePtr owner(archive_read_new(), archive_read_free);
         archive *a = owner.get();
         if (a == nullptr) {
             return "could not start reading the archive " + pieces_[0] + ".";
         }
-        archive_read_support_filter_gzip(a);
+        // gzip is decompressed by the stream, which checks what libarchive would not.
         archive_read_support_filter_xz(a);
         archive_read_support_filter_zstd(a);
         archive_read_support_filter_bzip2(a);
         archive_read_support_format_tar(a);
         archive_read_support_format_zip(a);
-        std::vector<const char *> names;
-        for (const std::string &piece : pieces_) {
-            names.push_back(piece.c_str());
-        }
-        names.push_back(nullptr);
-        if (archive_read_open_filenames(a, names.data(), READ_BLOCK) != ARCHIVE_OK) {
+        if (stream.OpenIn(a) != ARCHIVE_OK) {
             return OpenFailure(a);
         }
         for (;;) {
@@ -257,54 +261,67 @@ private:
             archive_entry *header = nullptr;
             int status = archive_read_next_header(a, &header);
             if (status == ARCHIVE_EOF) {
-                return CheckEnd(a, before);
+                std::string failure = ReadToStreamEnd(a, stream);
+                return failure.empty() ? CheckEnd(a, before) : failure;
             }
-            if (status < ARCHIVE_WARN) {
+            if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
                 return ReadFailure(a);
             }
-            std::string failure = TakeEntry(a, header, filter, staging);
+            // Headers alone expand too: millions of empty entries are a bomb without any data.
+            std::string failure = CheckExpansion(a);
+            if (failure.empty()) {
+                failure = TakeEntry(a, header, filter, staging);
+            }
             if (!failure.empty()) {
                 return failure;
             }
         }
     }
 
-    // Stages the entry under the data root it belongs to when a restore takes it; else only reads
-    // through it, so that a fault anywhere in the archive is found.
+    // Stages the entry when a restore takes it from the data root; else only reads through it, so
+    // that a fault anywhere in the archive is found.
     std::string TakeEntry(archive *a, archive_entry *header, const EntryFilter &filter,
                           StagingFile &staging) {
         const std::string name = MemberName(header);
-        std::vector<Reading> wanted;
-        if (name.size() <= MAX_NAME) {
-            for (Reading &reading : Readings(name)) {
-                if (filter.Wants(reading.path) && MayBeDataRoot(reading)) {
-                    wanted.push_back(std::move(reading));
-                }
-            }
-        }
-        if (wanted.empty()) {
+        const std::optional<Reading> reading =
+            name.size() <= MAX_NAME ? ShallowestReading(name, filter) : std::nullopt;
+        if (!reading) {
             return ReadThrough(a);
         }
-        for (const Reading &reading : wanted) {
-            if (!root_) {
-                root_ = reading.root;
-            } else if (*root_ != reading.root) {
-                return "the archive " + pieces_[0] + " holds two data roots, " + RootName(*root_) + " and " +
-                       RootName(reading.root) + "; give it with one of them only.";
-            }
+        std::string failure;
+        if (!TakeRoot(std::string(reading->root), staging, failure)) {
+            return failure.empty() ? ReadThrough(a) : failure;
         }
-        if (staged_.size() + wanted.size() > limits_.entries) {
-            return "the archive " + pieces_[0] + " holds more than " + std::to_string(limits_.entries) +
-                   " entries a restore takes.";
+        if (staged_.size() >= limits_.staged.entries) {
+            return "the archive " + pieces_[0] + " holds more than " +
+                   std::to_string(limits_.staged.entries) + " entries a restore takes.";
         }
-        const SnapshotEntry entry{"", pieces_[0] + ":" + name, TypeOf(header), LinkTarget(header)};
+        const SnapshotEntry entry{std::string(reading->path), pieces_[0] + ":" + name, TypeOf(header),
+                                  LinkTarget(header)};
         const uint64_t offset = staging.Size();
-        std::string failure = entry.type == EntryType::FILE ? Stage(a, name, staging) : ReadThrough(a);
-        for (Reading &reading : wanted) {
-            staged_.push_back({entry, offset, staging.Size() - offset});
-            staged_.back().entry.path = std::move(reading.path);
-        }
+        failure = entry.type == EntryType::FILE ? Stage(a, name, staging) : ReadThrough(a);
+        staged_.push_back({entry, offset, staging.Size() - offset});
         return failure;
+    }
+
+    // Whether an entry under `root` belongs to the data root. A root nested in the one taken is a
+    // folder of the phone's own files; one that holds the root taken so far replaces it, and what
+    // was staged for that goes. Two roots neither of which holds the other are refused.
+    bool TakeRoot(const std::string &root, StagingFile &staging, std::string &failure) {
+        if (root_ && *root_ != root && StartsWith(root, *root_)) {
+            return false;
+        }
+        if (root_ && *root_ != root && !StartsWith(*root_, root)) {
+            failure = "the archive " + pieces_[0] + " holds two data roots, " + RootName(*root_) + " and " +
+                      RootName(root) + "; give it with one of them only.";
+            return false;
+        }
+        if (root_ && *root_ != root) {
+            staged_.clear();
+            failure = staging.Clear();
+        }
+        root_ = root;
+        return failure.empty();
     }
 
     std::string Stage(archive *a, const std::string &name, StagingFile &staging) {
@@ -319,15 +336,14 @@ private:
                 return ReadFailure(a);
             }
             fileBytes += static_cast<uint64_t>(got);
-            stagedBytes_ += static_cast<uint64_t>(got);
             dataBytes_ += static_cast<uint64_t>(got);
-            if (fileBytes > limits_.fileBytes) {
-                return "the archive's " + name + " holds more than " + SizeText(limits_.fileBytes) +
+            if (fileBytes > limits_.staged.fileBytes) {
+                return "the archive's " + name + " holds more than " + SizeText(limits_.staged.fileBytes) +
                        ", more than a restore takes from one file.";
             }
-            if (stagedBytes_ > limits_.totalBytes) {
+            if (staging.Size() + static_cast<uint64_t>(got) > limits_.staged.totalBytes) {
                 return "the entries a restore takes from the archive " + pieces_[0] + " hold more than " +
-                       SizeText(limits_.totalBytes) + " together.";
+                       SizeText(limits_.staged.totalBytes) + " together.";
             }
             std::string failure = CheckExpansion(a);
             if (failure.empty()) {
@@ -360,10 +376,25 @@ private:
         }
     }
 
+    // A gzip stream's last check lies after the archive's end, and more may follow it.
+    std::string ReadToStreamEnd(archive *a, ArchiveStream &stream) {
+        for (;;) {
+            const la_ssize_t got = stream.ReadOn(a);
+            if (got == 0) {
+                return "";
+            }
+            std::string failure = got < 0 ? ReadFailure(a) : CheckExpansion(a);
+            if (!failure.empty()) {
+                return failure;
+            }
+        }
+    }
+
     std::string CheckExpansion(archive *a) const {
-        const uint64_t expanded = std::max<uint64_t>(
-            static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, 0), 0)), dataBytes_);
-        const uint64_t read = static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, -1), 1));
+        const uint64_t expanded =
+            std::max({static_cast<uint64_t>(std::max<la_int64_t>(archive_filter_bytes(a, 0), 0)), dataBytes_,
+                      stream_->HandedBytes()});
+        const uint64_t read = std::max<uint64_t>(stream_->RawBytes(), 1);
         if (expanded > limits_.expansionFloor && expanded / limits_.expansionRatio > read) {
             return "the archive " + pieces_[0] + " expands to more than " +
                    std::to_string(limits_.expansionRatio) + " times its size, as an archive bomb does.";
@@ -406,8 +437,8 @@ private:
     std::string rootWords_ = "not found yet";
     std::optional<std::string> root_;
     std::vector<StagedEntry> staged_;
-    uint64_t stagedBytes_ = 0;
     uint64_t dataBytes_ = 0;
+    std::optional<ArchiveStream> stream_;  // while the archive is read
 };
 
 }  // namespace

@@ -6,25 +6,24 @@
 #include <string>
 #include <vector>
 
+#include "snapshot.h"
 #include "snapshot_source.h"
 
 namespace Zarvo::Host {
 
 // What reading one archive may cost at the most. The entries a restore takes are staged until the
-// whole archive has been read; the bounds hold for everything staged, whichever data root it
-// belongs to. An archive that expands to more than `expansionRatio` times the bytes it was read
-// from, once it has expanded past `expansionFloor`, is taken for an archive bomb.
+// whole archive has been read; `staged` bounds them as the laying will.
+// An archive that expands to more than `expansionRatio` times the bytes it was read from, once it
+// has expanded past `expansionFloor` (headers included), is taken for an archive bomb.
 struct ArchiveLimits {
-    uint64_t fileBytes = 128ull << 20;
-    uint64_t totalBytes = 512ull << 20;
-    uint64_t entries = 10000;
+    LayLimits staged;
     uint64_t expansionRatio = 100;
     uint64_t expansionFloor = 256ull << 20;
 };
 
-// The files of an archive snapshot: the one file `path`, or, when `path` is the first of numbered
-// pieces (data.ext4.win000, data.ext4.win001, ...), every piece in order. Empty with one sentence in
-// `error` when `path` is a later piece.
+// The files of an archive snapshot: the one file `path`, or, when `path` is the piece numbered 0 of
+// numbered pieces (data.ext4.win000, data.ext4.win001, ..., win999, win1000), every piece in order.
+// Empty with one sentence in `error` when `path` is a later piece, one whose piece 0 lies beside it.
 std::vector<std::string> ArchivePieces(const std::string &path, std::string &error);
 
 // A snapshot held in an archive: tar (plain or compressed with gzip, xz, zstd or bzip2) or zip, in

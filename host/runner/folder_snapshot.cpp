@@ -1,5 +1,5 @@
 // A snapshot that is a folder on the host. It is walked through directory descriptors without
-// following any link, so that nothing outside the folder can be reached through it.
+// following any link below the folder named, so that nothing outside it can be reached through it.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -51,19 +51,59 @@ private:
     std::string origin_;
 };
 
+// Whether the directory holds a regular file or a directory the filter takes, found through the
+// directories that lead to one without following a link: what marks a data root, as in an archive.
+bool HoldsWantedEntry(int dirFd, const std::string &relative, const EntryFilter &filter) {
+    std::vector<std::string> names;
+    if (ListDirectoryNames(dirFd, names) != 0) {
+        return false;
+    }
+    for (const std::string &name : names) {
+        const std::string path = relative.empty() ? name : relative + "/" + name;
+        struct stat st {};
+        if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            continue;
+        }
+        if (filter.Wants(path) && (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode))) {
+            return true;
+        }
+        if (S_ISDIR(st.st_mode) && filter.LeadsTo(path)) {
+            UniqueFd child(openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (child.Valid() && HoldsWantedEntry(child.Get(), path, filter)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 class FolderSnapshot : public SnapshotSource {
 public:
-    FolderSnapshot(std::string rootPath, std::string rootWords)
-        : rootPath_(std::move(rootPath)), rootWords_(std::move(rootWords)) {}
+    explicit FolderSnapshot(std::string folder) : folder_(std::move(folder)) {}
 
     std::string Root() const override { return rootWords_; }
 
+    // The data root is the folder itself or its data/, whichever holds an entry the restore takes;
+    // a link is never followed on the way to it.
     std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
-        UniqueFd root(open(rootPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!root.Valid()) {
-            return SystemError("could not open the snapshot folder " + rootPath_);
+        UniqueFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!folder.Valid()) {
+            return SystemError("could not open the snapshot folder " + folder_);
         }
-        return WalkDirectory(root.Get(), "", 0, filter, visit);
+        if (HoldsWantedEntry(folder.Get(), "", filter)) {
+            rootPath_ = folder_;
+            rootWords_ = "the folder itself";
+            return WalkDirectory(folder.Get(), "", 0, filter, visit);
+        }
+        UniqueFd data(openat(folder.Get(), "data", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (data.Valid() && HoldsWantedEntry(data.Get(), "", filter)) {
+            rootPath_ = folder_ + "/data";
+            rootWords_ = "data/ inside the folder";
+            return WalkDirectory(data.Get(), "", 0, filter, visit);
+        }
+        return "the snapshot " + folder_ +
+               " holds neither system_ce/0/accounts_ce.db nor system/users/ with a user's file, nor a work "
+               "tree (back/), nor a data/ folder with them.";
     }
 
 private:
@@ -146,19 +186,10 @@ private:
         return relative.empty() ? rootPath_ : rootPath_ + "/" + relative;
     }
 
+    std::string folder_;
     std::string rootPath_;
-    std::string rootWords_;
+    std::string rootWords_ = "not found yet";
 };
-
-bool IsDirectory(const std::string &path) {
-    struct stat st {};
-    return lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-// Android's /data holds system/ or system_ce/; a work tree holds back/.
-bool LooksLikeDataRoot(const std::string &path) {
-    return IsDirectory(path + "/system") || IsDirectory(path + "/system_ce") || IsDirectory(path + "/back");
-}
 
 }  // namespace
 
@@ -167,21 +198,13 @@ std::unique_ptr<SnapshotSource> OpenFolderSnapshot(const std::string &path, std:
     while (folder.size() > 1 && folder.back() == '/') {
         folder.pop_back();
     }
-    if (!IsDirectory(folder)) {
+    // The folder named may be a link (a shelf of links to phones): that one link is followed.
+    struct stat st {};
+    if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
         error = "the snapshot " + path + " is not a directory.";
         return nullptr;
     }
-    if (LooksLikeDataRoot(folder)) {
-        return std::make_unique<FolderSnapshot>(folder, "the folder itself");
-    }
-    if (LooksLikeDataRoot(folder + "/data")) {
-        return std::make_unique<FolderSnapshot>(folder + "/data", "data/ inside the folder");
-    }
-    error =
-        "the snapshot " + path +
-        " holds neither system_ce/0/accounts_ce.db nor system/users/, nor a work tree (back/), nor a data/ "
-        "folder with them.";
-    return nullptr;
+    return std::make_unique<FolderSnapshot>(folder);
 }
 
 }  // namespace Zarvo::Host

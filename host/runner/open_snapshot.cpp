@@ -33,21 +33,24 @@ std::vector<std::string> ArchivePieces(const std::string &path, std::string &err
         return {path};
     }
     const std::string stem = path.substr(0, path.size() - digits);
-    const uint64_t first = std::stoull(path.substr(stem.size()));
+    const uint64_t number = std::stoull(path.substr(stem.size()));
     auto piece = [&stem, digits](uint64_t number) {
         std::string text = std::to_string(number);
         return stem + std::string(text.size() < digits ? digits - text.size() : 0, '0') + text;
     };
-    if (first > 0 && IsRegularFile(piece(first - 1))) {
-        error = "the snapshot " + path + " is a later piece of a split archive; give its first piece, " +
-                piece(first - 1) + " or before.";
-        return {};
+    // Pieces are numbered from 0: a file with another number is one archive of its own unless the
+    // piece numbered 0 lies beside it.
+    if (number > 0) {
+        if (IsRegularFile(piece(0))) {
+            error = "the snapshot " + path + " is a later piece of a split archive; give its first piece, " +
+                    piece(0) + ".";
+            return {};
+        }
+        return {path};
     }
     std::vector<std::string> pieces{path};
-    for (uint64_t number = first + 1;
-         number - first < MAX_PIECES && piece(number).size() == path.size() && IsRegularFile(piece(number));
-         ++number) {
-        pieces.push_back(piece(number));
+    for (uint64_t next = 1; next < MAX_PIECES && IsRegularFile(piece(next)); ++next) {
+        pieces.push_back(piece(next));
     }
     return pieces;
 }

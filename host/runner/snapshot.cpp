@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "support/fd_io.h"
 
@@ -14,19 +15,19 @@ namespace {
 
 const std::string WORK_ROOT = "/data/service/el1/public/update/migrate_server/plugins/200/";
 const std::string SOURCE_XML_DIR = WORK_ROOT + "back/sourceXml/";
-const std::string DATABASE = "system_ce/0/accounts_ce.db";
-const char *const DATABASE_COMPANIONS[] = {"", "-journal", "-wal", "-shm"};
-const std::string USERS = "system/users/";
+constexpr std::string_view DATABASE = "system_ce/0/accounts_ce.db";
+constexpr std::string_view DATABASE_COMPANIONS[] = {"", "-journal", "-wal", "-shm"};
+constexpr std::string_view USERS = "system/users/";
 constexpr size_t COPY_CHUNK = 64 * 1024;
 constexpr mode_t LAID_DIR_MODE = 0700;
 constexpr mode_t LAID_FILE_MODE = 0600;
 
-bool IsDecimal(const std::string &text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+bool IsDecimal(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-bool StartsWith(const std::string &text, const std::string &prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
+bool StartsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
 }
 
 // A relative path whose every component is a plain name: nothing empty, "." or "..".
@@ -46,42 +47,42 @@ bool IsPlainPath(const std::string &path) {
     }
 }
 
-std::string MiB(uint64_t bytes) {
-    return std::to_string(bytes >> 20) + " MiB";
-}
-
 // The entries a restore takes from Android's /data, and where each goes in the work tree.
 class RestoreSelection : public EntryFilter {
 public:
     explicit RestoreSelection(int activeUserId) : activeUserId_(activeUserId) {}
 
-    // The entry's place in the work tree; empty when the restore does not take it.
-    std::string Destination(const std::string &path) const {
+    // The entry's place in the work tree; empty when the restore does not take it. Cheap for a path
+    // it does not take, however long.
+    std::string Destination(std::string_view path) const {
         if (path == "back" || StartsWith(path, "back/")) {
-            return WORK_ROOT + path;
+            return WORK_ROOT + std::string(path);
         }
-        for (const char *suffix : DATABASE_COMPANIONS) {
-            if (path == DATABASE + suffix && activeUserId_ >= 0) {
-                return WORK_ROOT + "back/" + std::to_string(activeUserId_) + "/accounts_ce.db" + suffix;
+        if (StartsWith(path, DATABASE) && activeUserId_ >= 0) {
+            for (std::string_view suffix : DATABASE_COMPANIONS) {
+                if (path.substr(DATABASE.size()) == suffix) {
+                    return WORK_ROOT + "back/" + std::to_string(activeUserId_) + "/accounts_ce.db" +
+                           std::string(suffix);
+                }
             }
         }
         if (!StartsWith(path, USERS)) {
             return "";
         }
-        const std::string rest = path.substr(USERS.size());
-        const std::string first = rest.substr(0, rest.find('/'));
+        const std::string_view rest = path.substr(USERS.size());
+        const std::string_view first = rest.substr(0, rest.find('/'));
         const bool userFile =
-            first == "userlist.xml" || (first.size() > 4 && first.compare(first.size() - 4, 4, ".xml") == 0 &&
+            first == "userlist.xml" || (first.size() > 4 && first.substr(first.size() - 4) == ".xml" &&
                                         IsDecimal(first.substr(0, first.size() - 4)));
         // A user's file, or the user's folder (its photo) and everything below it.
         if ((userFile && first == rest) || IsDecimal(first)) {
-            return SOURCE_XML_DIR + rest;
+            return SOURCE_XML_DIR + std::string(rest);
         }
         return "";
     }
 
-    bool Wants(const std::string &path) const override { return !Destination(path).empty(); }
-    bool LeadsTo(const std::string &path) const override {
+    bool Wants(std::string_view path) const override { return !Destination(path).empty(); }
+    bool LeadsTo(std::string_view path) const override {
         return path == "system" || path == "system/users" || path == "system_ce" || path == "system_ce/0";
     }
 
@@ -131,8 +132,15 @@ public:
 
     std::string Lay(const SnapshotEntry &entry, EntryReader &content) {
         const std::string destination = selection_.Destination(entry.path);
-        if (destination.empty()) {
+        const bool workTree = entry.path == "back" || StartsWith(entry.path, "back/");
+        // A root that holds back/ is a work tree: only that is laid. back/ comes first in a walk.
+        workTree_ = workTree_ || (workTree && (entry.type == EntryType::DIRECTORY || entry.path != "back"));
+        if (destination.empty() || (workTree_ && !workTree)) {
             return "";
+        }
+        if (++entries_ > limits_.entries) {
+            return "the snapshot holds more than " + std::to_string(limits_.entries) +
+                   " entries a restore takes.";
         }
         if (!IsPlainPath(entry.path)) {
             result_.leftOut.push_back({entry.path, "its name is not a plain path below the data root"});
@@ -175,11 +183,11 @@ private:
             fileBytes += static_cast<uint64_t>(got);
             totalBytes_ += static_cast<uint64_t>(got);
             if (fileBytes > limits_.fileBytes) {
-                failure = "the snapshot's " + entry.path + " holds more than " + MiB(limits_.fileBytes) +
+                failure = "the snapshot's " + entry.path + " holds more than " + SizeText(limits_.fileBytes) +
                           ", more than a restore takes from one file.";
             } else if (totalBytes_ > limits_.totalBytes) {
                 failure = "the files a restore takes from the snapshot hold more than " +
-                          MiB(limits_.totalBytes) + " together.";
+                          SizeText(limits_.totalBytes) + " together.";
             } else if (!WriteAll(out, buffer, static_cast<size_t>(got))) {
                 failure = "could not write " + destination + ": " + std::strerror(errno) + ".";
             }
@@ -197,9 +205,15 @@ private:
     LayLimits limits_;
     LaidSnapshot &result_;
     uint64_t totalBytes_ = 0;
+    uint64_t entries_ = 0;
+    bool workTree_ = false;
 };
 
 }  // namespace
+
+std::string SizeText(uint64_t bytes) {
+    return bytes % (1 << 20) == 0 ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes) + " bytes";
+}
 
 std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId) {
     return std::make_unique<RestoreSelection>(activeUserId);

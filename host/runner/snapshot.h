@@ -27,12 +27,16 @@ struct LaidSnapshot {
     std::vector<LeftOutEntry> leftOut;
 };
 
-// What one snapshot may put into the work tree at the most: a bound on every file and on all of
-// them together, far above what any phone's account and user files need.
+// What one snapshot may put into the work tree at the most: a bound on every file, on all of them
+// together and on the number of entries, far above what any phone's account and user files need.
 struct LayLimits {
     uint64_t fileBytes = 128ull << 20;
     uint64_t totalBytes = 512ull << 20;
+    uint64_t entries = 10000;
 };
+
+// A limit's size as a sentence gives it: "128 MiB", or "500 bytes".
+std::string SizeText(uint64_t bytes);
 
 // The entries a restore takes from Android's /data (or a work tree), for a source to walk.
 std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId);

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace Zarvo::Host {
 
@@ -48,14 +49,14 @@ class EntryFilter {
 public:
     virtual ~EntryFilter() = default;
     // An entry taken as it is, a directory with everything below it.
-    virtual bool Wants(const std::string &path) const = 0;
+    virtual bool Wants(std::string_view path) const = 0;
     // A directory on the way to wanted entries.
-    virtual bool LeadsTo(const std::string &path) const = 0;
+    virtual bool LeadsTo(std::string_view path) const = 0;
 };
 
 // Where a snapshot's files come from. A source finds the data root itself and walks the entries
-// below it once, in its own order, handing the filter's entries to a visitor that may read a
-// regular file's content while it is visited. Nothing of a source is trusted: links, devices and
+// below it once, in the order of a walk of sorted folders, handing the filter's entries to a visitor that may
+// read a regular file's content while it is visited. Nothing of a source is trusted: links, devices and
 // strange names come through as what they are, for the visitor to refuse.
 class SnapshotSource {
 public:

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "runner_process.h"
 #include "snapshot.h"
@@ -23,13 +24,12 @@ struct Walked {
     std::vector<std::string> entries;  // "path" or, for a file, "path=content"
 };
 
-// Walks the archive with the restore's selection and records what the source hands over.
-Walked WalkArchive(const std::string &path, const Host::ArchiveLimits &limits = {}) {
-    std::unique_ptr<Host::SnapshotSource> source = Host::OpenArchiveSnapshot({path}, limits);
+// Walks the source with the restore's selection and records what it hands over.
+Walked WalkSource(Host::SnapshotSource &source) {
     std::unique_ptr<Host::EntryFilter> filter = Host::RestoreEntryFilter(100);
     Walked walked;
     walked.failure =
-        source->Walk(*filter, [&walked](const Host::SnapshotEntry &entry, Host::EntryReader &content) {
+        source.Walk(*filter, [&walked](const Host::SnapshotEntry &entry, Host::EntryReader &content) {
             std::string text = entry.path;
             if (entry.type == EntryType::FILE) {
                 text += "=";
@@ -42,8 +42,12 @@ Walked WalkArchive(const std::string &path, const Host::ArchiveLimits &limits = 
             walked.entries.push_back(text);
             return std::string();
         });
-    walked.root = source->Root();
+    walked.root = source.Root();
     return walked;
+}
+
+Walked WalkArchive(const std::string &path, const Host::ArchiveLimits &limits = {}) {
+    return WalkSource(*Host::OpenArchiveSnapshot({path}, limits));
 }
 
 class ArchiveSnapshotTest : public TempFolderTest {
@@ -79,6 +83,15 @@ TEST_F(ArchiveSnapshotTest, FindsTheDataRootWhereverTheArchiveHoldsIt) {
         {{{"back/100/accounts_ce.db", EntryType::FILE, "db"}},
          "the archive itself",
          {"back/100/accounts_ce.db=db"}},
+        // The phone's own files may hold what looks like a data root, before or after the real one.
+        {{{"data/media/0/Download/system/users/userlist.xml", EntryType::FILE, "a download"},
+          {"data/system/users/userlist.xml", EntryType::FILE, "list"}},
+         "data/ in the archive",
+         {"system/users/userlist.xml=list"}},
+        {{{"data/system/users/userlist.xml", EntryType::FILE, "list"},
+          {"data/media/0/Download/system/users/userlist.xml", EntryType::FILE, "a download"}},
+         "data/ in the archive",
+         {"system/users/userlist.xml=list"}},
     };
     for (const Case &c : cases) {
         Walked walked = WalkArchive(WriteArchive(Packing::TAR_GZ, c.members));
@@ -96,25 +109,107 @@ TEST_F(ArchiveSnapshotTest, AnArchiveOverALimitOrCutShortHandsNothingOver) {
         Host::ArchiveLimits limits;
         size_t cutTo;  // bytes of the plain tar to keep, 0 for all
         std::string says;
+        Packing packing = Packing::TAR;
+        size_t damageAt = 0;  // a byte of the plain tar to change, 0 for none
     } cases[] = {
-        {{list}, {500}, 0, "the archive's data/system/users/userlist.xml holds more than 500 bytes"},
-        {{list, user}, {1000, 1000}, 0, "hold more than 1000 bytes together"},
+        {{list}, {{500}}, 0, "the archive's data/system/users/userlist.xml holds more than 500 bytes"},
+        {{list, user}, {{1000, 1000}}, 0, "hold more than 1000 bytes together"},
         {{list, user, {"data/system/users/10", EntryType::DIRECTORY}},
-         {1000, 2000, 2},
+         {{1000, 2000, 2}},
          0,
          "holds more than 2 entries a restore takes"},
+        // Headers without data: nothing but the headers expands.
+        {std::vector<Member>(8000, Member{"data/media/0/empty"}),
+         {{}, 100, 1 << 20},
+         0,
+         "as an archive bomb does",
+         Packing::TAR_ZST},
+        // The second header's mode, so that its checksum does not add up.
+        {{list, user},
+         {},
+         0,
+         "which is cut short or corrupt: Damaged tar archive.",
+         Packing::TAR,
+         1536 + 100},
         // A header and its data, then nothing: not even the end-of-archive block.
         {{list, user}, {}, 1536, "stops without the end-of-archive block"},
         {{{"data/media/0/back/x.jpg", EntryType::FILE, "jpg"}}, {}, 0, "holds no data root"},
     };
     for (const Case &c : cases) {
-        const std::string path = WriteArchive(Packing::TAR, c.members);
+        const std::string path = WriteArchive(c.packing, c.members);
         if (c.cutTo > 0) {
             ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(c.cutTo)), 0);
+        }
+        if (c.damageAt > 0) {
+            std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+                    .seekp(static_cast<std::streamoff>(c.damageAt))
+                << '9';
         }
         Walked walked = WalkArchive(path, c.limits);
         EXPECT_NE(walked.failure.find(c.says), std::string::npos) << walked.failure;
         EXPECT_TRUE(walked.entries.empty()) << c.says;
+    }
+}
+
+// The folder named may be a link; nothing inside the snapshot is followed, and a folder is a data
+// root by the same entries as an archive.
+TEST_F(ArchiveSnapshotTest, FindsTheDataRootOfAFolderWithoutFollowingItsLinks) {
+    Write("phone/system/users/userlist.xml", "list");
+    Write("phone/system/misc.txt", "not taken");
+    fs::create_directory_symlink(dir_ + "/phone", dir_ + "/linked");
+    fs::create_directories(dir_ + "/outer");
+    fs::create_directory_symlink(dir_ + "/phone", dir_ + "/outer/data");
+    fs::create_directories(dir_ + "/empty/system/users");
+    fs::create_directories(dir_ + "/empty/system_ce/0");
+    struct Case {
+        std::string snapshot;
+        std::string root;
+        std::vector<std::string> entries;
+        std::string says;
+    } cases[] = {
+        {"linked", "the folder itself", {"system/users/userlist.xml=list"}, ""},
+        {"outer", "not found yet", {}, "holds neither"},
+        {"empty", "not found yet", {}, "holds neither"},
+    };
+    for (const Case &c : cases) {
+        std::string error;
+        std::unique_ptr<Host::SnapshotSource> source = Host::OpenSnapshot(dir_ + "/" + c.snapshot, error);
+        ASSERT_NE(source, nullptr) << error;
+        Walked walked = WalkSource(*source);
+        EXPECT_NE(walked.failure.find(c.says), std::string::npos) << c.snapshot << ": " << walked.failure;
+        EXPECT_EQ(walked.root, c.root) << c.snapshot;
+        EXPECT_EQ(walked.entries, c.entries) << c.snapshot;
+    }
+}
+
+TEST_F(ArchiveSnapshotTest, OnlyThePieceNumberedZeroStartsASplitArchive) {
+    for (int i = 0; i <= 1000; ++i) {
+        Write("split/data.ext4.win" +
+                  std::string(i < 10    ? "00"
+                              : i < 100 ? "0"
+                                        : "") +
+                  std::to_string(i),
+              "");
+    }
+    Write("shelf/phone001", "");
+    Write("shelf/phone002", "");
+    struct Case {
+        std::string path;
+        size_t pieces;
+        std::string last;
+        std::string says;
+    } cases[] = {
+        {"split/data.ext4.win000", 1001, "split/data.ext4.win1000", ""},
+        {"split/data.ext4.win001", 0, "", "is a later piece of a split archive; give its first piece"},
+        {"shelf/phone001", 1, "shelf/phone001", ""},
+        {"shelf/phone002", 1, "shelf/phone002", ""},
+    };
+    for (const Case &c : cases) {
+        std::string error;
+        std::vector<std::string> pieces = Host::ArchivePieces(dir_ + "/" + c.path, error);
+        EXPECT_EQ(pieces.size(), c.pieces) << c.path;
+        EXPECT_EQ(pieces.empty() ? "" : pieces.back(), c.last.empty() ? "" : dir_ + "/" + c.last) << c.path;
+        EXPECT_NE(error.find(c.says), std::string::npos) << c.path << ": " << error;
     }
 }
 

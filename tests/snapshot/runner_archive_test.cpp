@@ -130,6 +130,36 @@ TEST_F(RunnerArchiveTest, LinksDevicesAndNamesOutOfTheRootAreLeftOutAndListed) {
     EXPECT_FALSE(fs::exists(fs::path(dir_) / escaped));
 }
 
+// A root that holds back/ is a work tree: it is laid as it is, and a system/ beside it is not laid
+// over it.
+TEST_F(RunnerArchiveTest, AWorkTreeIsLaidAsItIs) {
+    std::vector<Member> members;
+    for (Member member : Testing::SamplePhoneMembers("")) {
+        if (member.name == "system_ce/0/accounts_ce.db") {
+            member.name = "back/100/accounts_ce.db";
+        } else if (member.name.rfind("system/users/", 0) == 0) {
+            member.name = "back/sourceXml/" + member.name.substr(13);
+        } else {
+            continue;
+        }
+        members.push_back(member);
+        if (member.name == "back/sourceXml/userlist.xml") {
+            members.push_back({"system/users/userlist.xml", EntryType::FILE, "<not laid />"});
+        }
+    }
+    const std::string archive = dir_ + "/work-tree.tar";
+    ASSERT_EQ(Testing::WriteArchive(archive, Packing::TAR, members), "");
+
+    RunResult run = Restore(archive, dir_ + "/report.json");
+    ASSERT_NE(run.exitCode, 2) << run.output;
+    nlohmann::json json = ReadJson(dir_ + "/report.json");
+    ASSERT_TRUE(json.is_object()) << run.output;
+    ASSERT_FALSE(json["laidFiles"].empty());
+    for (const auto &laid : json["laidFiles"]) {
+        EXPECT_EQ(laid["from"].get<std::string>().rfind(archive + ":back/", 0), 0u) << laid.dump();
+    }
+}
+
 TEST_F(RunnerArchiveTest, ABrokenOrHostileArchiveEndsTheRunBeforeAnythingIsLaid) {
     const std::string tarGz = MakeSamplePhone("tar.gz", "phone.tar.gz");
     const std::string zip = MakeSamplePhone("zip", "phone.zip");
@@ -160,6 +190,27 @@ TEST_F(RunnerArchiveTest, ABrokenOrHostileArchiveEndsTheRunBeforeAnythingIsLaid)
              return path;
          },
          "which is cut short or corrupt: truncated gzip input."},
+        // The data decompresses, but its CRC-32 at the end does not match it.
+        {"a gzip whose check fails",
+         [&] {
+             std::string path = copy(tarGz, "changed.tar.gz");
+             std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+             const auto crc = static_cast<std::streamoff>(fs::file_size(path) - 8);
+             file.seekg(crc);
+             const char byte = static_cast<char>(file.get() ^ 0x01);
+             file.seekp(crc);
+             file.put(byte);
+             return path;
+         },
+         "which is cut short or corrupt: incorrect data check."},
+        // Read only once the tar's end has been found.
+        {"a gzip with other bytes after it",
+         [&] {
+             std::string path = copy(tarGz, "followed.tar.gz");
+             std::ofstream(path, std::ios::app | std::ios::binary) << "not gzip";
+             return path;
+         },
+         "which is cut short or corrupt: bytes that are not gzip data follow the gzip stream."},
         {"a corrupt zip",
          [&] {
              std::string path = copy(zip, "corrupt.zip");
