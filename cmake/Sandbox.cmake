@@ -4,6 +4,9 @@
 set(SANDBOX_EXEC ${CMAKE_CURRENT_LIST_DIR}/../scripts/sandbox-exec)
 get_filename_component(SANDBOX_EXEC ${SANDBOX_EXEC} ABSOLUTE)
 
+if(NOT BUILD_TESTING)
+  return()
+endif()
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
