@@ -1,8 +1,12 @@
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 
 #include "account_data_manager.h"
 #include "account_fixture.h"
@@ -20,6 +24,26 @@ using Testing::LogLine;
 std::string TargetDir(int userId) {
     return "/data/app/el2/" + std::to_string(userId) +
            "/base/com.corvan.zmx.corvanid/haps/zmxcore_account_backup/files/ath/ce/";
+}
+
+// The descriptors this process holds, each with what it names.
+std::map<int, std::string> OpenDescriptors() {
+    std::map<int, std::string> open;
+    DIR *dir = opendir("/proc/self/fd");
+    if (dir == nullptr) {
+        ADD_FAILURE() << "cannot list /proc/self/fd";
+        return open;
+    }
+    for (dirent *entry; (entry = readdir(dir)) != nullptr;) {
+        if (entry->d_name[0] == '.' || std::atoi(entry->d_name) == dirfd(dir)) {
+            continue;
+        }
+        char target[4096] = {};
+        (void)!readlink(("/proc/self/fd/" + std::string(entry->d_name)).c_str(), target, sizeof(target) - 1);
+        open[std::atoi(entry->d_name)] = target;
+    }
+    closedir(dir);
+    return open;
 }
 
 // The account restore against the real migrate service running in this process.
@@ -99,6 +123,20 @@ TEST_F(AccountRestoreEndToEndTest, TheAccountLandsInTheUsersAppDirectoryOwnedByT
         ExpectOwnedByTheApp(TargetDir(userId), userId * 200000 + 10040);
         EXPECT_EQ(HandOverLines(), (std::vector<LogLine>{Success(userId)}));
     }
+}
+
+// The plug-in lives in a long-running server: a restore must give back every descriptor it opened.
+// Both counts are taken with the service stopped, after a first restore has made whatever the
+// process keeps for good.
+TEST_F(AccountRestoreEndToEndTest, ARestoreLeavesNoDescriptorOpen) {
+    ASSERT_TRUE(Restore());
+    service_.Stop();
+    const std::map<int, std::string> before = OpenDescriptors();
+    std::string error;
+    ASSERT_TRUE(service_.Start(error)) << error;
+    ASSERT_TRUE(Restore());
+    service_.Stop();
+    EXPECT_EQ(OpenDescriptors(), before);
 }
 
 TEST_F(AccountRestoreEndToEndTest, AServiceThatFailsEveryRequestGetsFourAttempts) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 
 namespace Zarvo::Testing {
@@ -32,6 +33,28 @@ inline struct stat Lstat(const std::string &path) {
 // True for anything at `path`, a dangling link included.
 inline bool Exists(const std::string &path) {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
+}
+
+// Every entry below `root`, and `root` itself, with its type, owner, mode and content or link
+// target: two states compare equal only when nothing in the tree was changed.
+inline std::map<std::string, std::string> TreeState(const std::string &root) {
+    std::map<std::string, std::string> state;
+    auto describe = [&state](const std::filesystem::path &path) {
+        struct stat st = Lstat(path);
+        std::string text = std::to_string(st.st_uid) + ":" + std::to_string(st.st_gid) + " " +
+                           std::to_string(st.st_mode) + " ";
+        if (S_ISLNK(st.st_mode)) {
+            text += "-> " + std::filesystem::read_symlink(path).string();
+        } else if (S_ISREG(st.st_mode)) {
+            text += ReadFile(path);
+        }
+        state[path.string()] = text;
+    };
+    describe(root);
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(root)) {
+        describe(entry.path());
+    }
+    return state;
 }
 
 }  // namespace Zarvo::Testing
