@@ -3,14 +3,20 @@
 // that idle, stall or crowd it, and running out of descriptors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -64,6 +70,20 @@ void SettleDaemon() {
     usleep(300 * 1000);
 }
 
+// A seccomp filter that answers openat2 with EPERM, as a container's filter may.
+bool RefuseOpenat2() {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog program = {static_cast<unsigned short>(std::size(filter)), filter};
+    unsetenv("ZARVO_MIGRATE_PATH_WALK");  // the daemon must find out by itself
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 bool Served(const Zarvo::Host::MigrateRequest &request) {
     RawReply reply = Exchange(request);
     return reply.complete && reply.result == 0;
@@ -79,8 +99,9 @@ protected:
     }
 
     // Starts the daemon with `args` and waits for its readiness signal. With `fileLimit`, the
-    // daemon may hold at most that many descriptors.
-    void Start(const std::vector<std::string> &args, rlim_t fileLimit = 0) {
+    // daemon may hold at most that many descriptors; with `withoutOpenat2`, a seccomp filter
+    // refuses it that call.
+    void Start(const std::vector<std::string> &args, rlim_t fileLimit = 0, bool withoutOpenat2 = false) {
         int ready[2];
         ASSERT_EQ(pipe(ready), 0);
         pid_ = fork();
@@ -89,7 +110,8 @@ protected:
             int err = open(DAEMON_STDERR.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             dup2(err, STDERR_FILENO);
             rlimit limit = {fileLimit, fileLimit};
-            if (fileLimit > 0 && setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            if ((fileLimit > 0 && setrlimit(RLIMIT_NOFILE, &limit) != 0) ||
+                (withoutOpenat2 && !RefuseOpenat2())) {
                 _exit(126);
             }
             std::vector<std::string> all = {MIGRATE_SERVICE_BINARY, "--ready-fd", std::to_string(ready[1])};
@@ -176,6 +198,35 @@ TEST_F(DaemonTest, SignalsReadinessJournalsRequestsAppliesDeviceStateFaultsAndSt
     EXPECT_EQ(lines[2]["outcome"], "refused");
     EXPECT_EQ(lines[2]["errCode"], EACCES);
     EXPECT_EQ(lines[2]["seq"], 3);
+}
+
+// Under a filter that refuses openat2 the daemon says once that it walks paths, and refuses a link
+// on the way just as it does with the call: same errno, same journal note.
+TEST_F(DaemonTest, WithOpenat2RefusedPathsAreWalkedWithTheSameAnswers) {
+    std::filesystem::create_directories(ROOT);
+    std::filesystem::create_directories("/data/outside");
+    ASSERT_EQ(symlink("/data/outside", (ROOT + "/out").c_str()), 0);
+    WriteFile(ROOT + "/dir/file", "x");
+    std::vector<nlohmann::json> answers[2];
+    for (bool withoutOpenat2 : {false, true}) {
+        std::filesystem::remove(JOURNAL);
+        Start({"--journal", JOURNAL, "--allow", ROOT}, 0, withoutOpenat2);
+        EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, ROOT + "/dir/file")).result, 0);
+        EXPECT_EQ(Exchange(Request(MigrateOp::IS_FILE_EXIST, ROOT + "/out/x")).errCode, ELOOP);
+        EXPECT_EQ(Exchange(Request(MigrateOp::MK_DIR, ROOT + "/out/made")).errCode, ELOOP);
+        EXPECT_EQ(Exchange(Request(MigrateOp::IS_DIR, ROOT + "/missing/x")).errCode, ENOENT);
+        EXPECT_EQ(Stop(), 0);
+        for (nlohmann::json &line : JournalLines()) {
+            answers[withoutOpenat2].push_back({line["outcome"], line["errCode"], line.value("note", "")});
+        }
+        std::string err = ReadFile(DAEMON_STDERR);
+        if (withoutOpenat2) {
+            EXPECT_NE(err.find("openat2 cannot be used (Operation not permitted)"), std::string::npos) << err;
+            EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+        }
+    }
+    EXPECT_EQ(answers[0], answers[1]);
+    EXPECT_FALSE(std::filesystem::exists("/data/outside/made"));
 }
 
 // A hard link inside the root to a file outside it: nothing that would change or hand over the

@@ -498,6 +498,7 @@ void MigrateService::Stop() {
     std::unique_lock<std::mutex> lock(s.mutex);
     s.changed.wait(lock, [&s] { return s.connections.empty(); });
     lock.unlock();
+    s.journal.Flush();
     unlink(s.options.socketPath.c_str());
     s.listenFd.Reset();
     s.wakeFd.Reset();

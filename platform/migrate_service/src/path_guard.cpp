@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace Zarvo::Host {
 
@@ -25,23 +27,62 @@ int OpenDirNoFollow(int dirFd, const std::string &name, int flags) {
 }
 
 namespace {
-// Opens a path in one step, failing rather than following any symbolic link on the way (with
-// O_NOFOLLOW a final link is opened as itself). -1 with errno ENOSYS where the kernel lacks the call.
-int OpenWithoutLinks(const std::string &path, int flags) {
+constexpr uint64_t CONFINED_RESOLUTION = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+
+// Opens `relative` below `dirFd` in one step, failing rather than following any symbolic link or
+// leaving the directory (with O_NOFOLLOW a final link is opened as itself). -1 with errno ENOSYS
+// where the kernel lacks the call.
+int OpenBeneath(int dirFd, const char *relative, int flags) {
 #ifdef SYS_openat2
     struct open_how how {};
     how.flags = static_cast<uint64_t>(flags);
-    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-    return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how)));
+    how.resolve = CONFINED_RESOLUTION;
+    return static_cast<int>(syscall(SYS_openat2, dirFd, relative, &how, sizeof(how)));
 #else
+    (void)dirFd;
+    (void)relative;
     (void)flags;
     errno = ENOSYS;
     return -1;
 #endif
 }
+
+// The components from `first` on, relative to the directory they lie in ("." for none).
+std::string RelativePath(const std::vector<std::string> &components, size_t first, size_t end) {
+    if (first >= end) {
+        return ".";
+    }
+    std::string relative = components[first];
+    for (size_t i = first + 1; i < end; ++i) {
+        relative += '/';
+        relative += components[i];
+    }
+    return relative;
+}
+
+PathLookup ChooseLookup() {
+    const char *forced = std::getenv("ZARVO_MIGRATE_PATH_WALK");
+    if (forced != nullptr && std::string(forced) == "1") {
+        return PathLookup::WALK;  // asked for, so not worth a line
+    }
+    UniqueFd top(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd probe(OpenBeneath(top.Get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (probe.Valid()) {
+        return PathLookup::SINGLE_CALL;
+    }
+    // Missing (ENOSYS), refused by a seccomp filter (EPERM), or any other refusal of the call.
+    std::fprintf(stderr, "migrate_service: openat2 cannot be used (%s); path lookups walk each directory\n",
+                 std::strerror(errno));
+    return PathLookup::WALK;
+}
 }  // namespace
 
-PathGuard::PathGuard(std::vector<std::string> roots) {
+PathLookup PathGuard::ProcessLookup() {
+    static const PathLookup chosen = ChooseLookup();
+    return chosen;
+}
+
+PathGuard::PathGuard(std::vector<std::string> roots, PathLookup lookup) : lookup_(lookup) {
     for (const std::string &root : roots) {
         std::vector<std::string> components;
         if (!Normalise(root, components)) {
@@ -50,6 +91,7 @@ PathGuard::PathGuard(std::vector<std::string> roots) {
         }
         roots_.push_back(Join(components, components.size()));
         rootComponents_.push_back(std::move(components));
+        rootFds_.emplace_back(open(roots_.back().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
     if (roots_.empty()) {
         valid_ = false;
@@ -142,6 +184,12 @@ int PathGuard::CheckText(const std::string &path, std::vector<std::string> &comp
     return 0;
 }
 
+int PathGuard::OpenRoot(size_t rootIndex) const {
+    const UniqueFd &held = rootFds_[rootIndex];
+    return held.Valid() ? fcntl(held.Get(), F_DUPFD_CLOEXEC, 0)
+                        : open(roots_[rootIndex].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
 int PathGuard::OpenTarget(const std::string &path, bool directory, UniqueFd &fd, std::string &reason) const {
     std::vector<std::string> components;
     size_t rootIndex = 0;
@@ -150,22 +198,30 @@ int PathGuard::OpenTarget(const std::string &path, bool directory, UniqueFd &fd,
         return err;
     }
     int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC | (directory ? O_DIRECTORY : 0);
-    fd.Reset(OpenWithoutLinks(Join(components, components.size()), flags));
-    if (fd.Valid()) {
-        return 0;
-    }
-    err = errno;
-    if (err == ENOENT || err == ENOTDIR) {
-        return err;
+    const UniqueFd &root = rootFds_[rootIndex];
+    if (lookup_ == PathLookup::SINGLE_CALL && root.Valid()) {
+        std::string relative = RelativePath(components, rootComponents_[rootIndex].size(), components.size());
+        fd.Reset(OpenBeneath(root.Get(), relative.c_str(), flags));
+        if (fd.Valid()) {
+            return 0;
+        }
+        err = errno;
+        if (err == ENOENT || err == ENOTDIR) {
+            return err;
+        }
     }
     // A link on the way, or no single-call open: the walk decides, and says why.
     GuardedPath target;
-    err = Resolve(path, target, reason);
-    if (err != 0) {
-        return err;
+    err = ResolveImpl(path, false, 0, target, reason);
+    if (err == 0) {
+        fd.Reset(openat(target.dir.Get(), target.name.c_str(), flags));
+        err = fd.Valid() ? 0 : errno;
     }
-    fd.Reset(openat(target.dir.Get(), target.name.c_str(), flags));
-    return fd.Valid() ? 0 : errno;
+    if (err == ENOENT || err == ENOTDIR) {
+        // A missing or non-directory step is the answer itself, whichever lookup found it.
+        reason.clear();
+    }
+    return err;
 }
 
 int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
@@ -176,33 +232,33 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
     if (checked != 0) {
         return checked;
     }
-    const std::vector<std::string> *root = &rootComponents_[rootIndex];
+    const size_t rootDepth = rootComponents_[rootIndex].size();
     out.path = Join(components, components.size());
-    if (!makeParents && components.size() > root->size()) {
-        // The whole path below the root is text-checked, so a resolution that meets no link at
-        // all stays inside the root. Any failure takes the walk below, which says where it failed.
-        UniqueFd parent(
-            OpenWithoutLinks(Join(components, components.size() - 1), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (parent.Valid()) {
-            out.dir = std::move(parent);
+    const UniqueFd &root = rootFds_[rootIndex];
+    if (lookup_ == PathLookup::SINGLE_CALL && !makeParents && root.Valid() && components.size() > rootDepth) {
+        // Any failure takes the walk below, which says where it failed.
+        std::string parent = RelativePath(components, rootDepth, components.size() - 1);
+        UniqueFd dir(OpenBeneath(root.Get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (dir.Valid()) {
+            out.dir = std::move(dir);
             out.name = components.back();
             out.isRoot = false;
             return 0;
         }
     }
-    UniqueFd dir(open(roots_[rootIndex].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd dir(OpenRoot(rootIndex));
     if (!dir.Valid()) {
         int err = errno;
         reason = "allowed root cannot be opened";
         return err;
     }
-    if (components.size() == root->size()) {
+    if (components.size() == rootDepth) {
         out.dir = std::move(dir);
         out.name = ".";
         out.isRoot = true;
         return 0;
     }
-    for (size_t i = root->size(); i + 1 < components.size(); ++i) {
+    for (size_t i = rootDepth; i + 1 < components.size(); ++i) {
         const std::string &part = components[i];
         UniqueFd next(OpenDirNoFollow(dir.Get(), part, O_PATH));
         if (!next.Valid() && errno == ENOENT && makeParents) {

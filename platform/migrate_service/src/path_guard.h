@@ -20,14 +20,26 @@ struct GuardedPath {
     bool isRoot = false;
 };
 
+// How a path below a root is opened. SINGLE_CALL: one openat2 from the root's descriptor that
+// refuses any link and any step out of the root; a failure is looked at again by the walk, which
+// says where and why. WALK: one directory at a time, each opened without following a link.
+enum class PathLookup { SINGLE_CALL, WALK };
+
 // Confines every path to a fixed set of directory trees. Paths are checked by text first (absolute,
 // no ".." component, below a root) and then opened without following any symbolic link, so a
 // link anywhere before the final component, or a directory swapped for one, cannot lead
 // elsewhere. The final component is never followed by the guard; operations decide what to do
-// with a final link. Roots must be given without links in them (see CanonicalRoots).
+// with a final link. Roots must be given without links in them (see CanonicalRoots); each is
+// opened once, when the guard is made, and lookups start from that descriptor.
 class PathGuard {
 public:
-    explicit PathGuard(std::vector<std::string> roots);
+    explicit PathGuard(std::vector<std::string> roots, PathLookup lookup = ProcessLookup());
+
+    // The lookup this process uses, chosen at its first call: WALK when the environment sets
+    // ZARVO_MIGRATE_PATH_WALK=1 or when openat2 is missing or refused (one line on stderr then),
+    // SINGLE_CALL otherwise.
+    static PathLookup ProcessLookup();
+    PathLookup Lookup() const { return lookup_; }
 
     // Normalised roots; false from Valid() when one of them is not an absolute path without "..".
     const std::vector<std::string> &Roots() const { return roots_; }
@@ -54,9 +66,14 @@ private:
                   std::string &reason) const;
     int ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
                     std::string &reason) const;
+    // A new descriptor on the root, or -1 with errno set.
+    int OpenRoot(size_t rootIndex) const;
 
     std::vector<std::string> roots_;
     std::vector<std::vector<std::string>> rootComponents_;
+    // Opened when the guard is made; a root missing then is opened by its path at each lookup.
+    std::vector<UniqueFd> rootFds_;
+    PathLookup lookup_;
     bool valid_ = true;
 };
 

@@ -43,7 +43,8 @@ public:
     // False with one sentence in `error` when the service cannot listen. The socket path appears
     // only once the service is listening.
     bool Start(std::string &error);
-    // Stops listening, ends every connection and waits for their threads; removes the socket.
+    // Stops listening, ends every connection and waits for their threads, writes out the whole
+    // journal; removes the socket.
     void Stop();
 
     FaultPlan &Faults();

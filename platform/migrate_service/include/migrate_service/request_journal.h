@@ -1,11 +1,13 @@
 #ifndef MIGRATE_SERVICE_REQUEST_JOURNAL_H
 #define MIGRATE_SERVICE_REQUEST_JOURNAL_H
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "migrate_service/migrate_protocol.h"
@@ -40,28 +42,45 @@ std::string JournalOutcomeName(JournalOutcome outcome);
 std::string JournalEntryToJson(const JournalEntry &entry);
 
 // The requests the service has seen, kept in memory (the most recent ones) and appended to a
-// file of JSON lines when one is given.
+// file of JSON lines when one is given. Lines reach the file from a writer thread, in batches at
+// most WRITE_DELAY after their entry was recorded, so that recording costs no system call; Flush
+// and the destructor write whatever is still waiting.
 class RequestJournal {
 public:
     static constexpr size_t MEMORY_LIMIT = 10000;
+    static constexpr std::chrono::milliseconds WRITE_DELAY{50};
 
     RequestJournal() = default;
     ~RequestJournal();
     RequestJournal(const RequestJournal &) = delete;
     RequestJournal &operator=(const RequestJournal &) = delete;
 
-    // Appends to `path` from now on; false with `error` set when it cannot be opened.
+    // Appends to `path` from now on; false with `error` set when it cannot be opened. The file is
+    // made owner-only if missing, and never opened through a symbolic link.
     bool OpenFile(const std::string &path, std::string &error);
-    // Numbers and stamps the entry, keeps it and writes it out.
+    // Numbers and stamps the entry, keeps it and queues it for the file.
     void Record(JournalEntry entry);
+    // Writes every entry recorded so far to the file before it returns.
+    void Flush();
     std::vector<JournalEntry> Entries() const;
     void Clear();
 
 private:
+    void WriterLoop();
+    void CloseFile();
+
     mutable std::mutex mutex_;
     std::deque<JournalEntry> entries_;
     uint64_t nextSeq_ = 1;
-    std::FILE *file_ = nullptr;
+
+    // The file and its writer. `writeMutex_` keeps batches whole and in order on the file.
+    std::mutex writeMutex_;
+    int fd_ = -1;                          // under writeMutex_
+    bool hasFile_ = false;                 // under mutex_
+    std::vector<JournalEntry> unwritten_;  // under mutex_
+    bool stopWriter_ = false;              // under mutex_
+    std::condition_variable wake_;
+    std::thread writer_;
 };
 
 }  // namespace Zarvo::Host
