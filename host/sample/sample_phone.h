@@ -20,10 +20,6 @@ struct SamplePhone {
 // and a messenger account; the owner, a secondary user with a photo, a guest and a work profile.
 SamplePhone DefaultSamplePhone();
 
-// Reads a short JSON description of a phone (see docs/sample-phone.md). Members that the
-// description leaves out keep the values of the default phone. False with one sentence in error.
-bool LoadSamplePhoneDescription(const std::string &path, SamplePhone &phone, std::string &error);
-
 // Writes the phone as an Android data snapshot: <dir>/system_ce/0/accounts_ce.db and
 // <dir>/system/users/. Returns an empty text on success, else one sentence.
 std::string BuildSamplePhone(const SamplePhone &phone, const std::string &dir);

@@ -1,44 +1,31 @@
 // xml2abx: writes a text XML file in Android's binary XML form.
-#include <CLI/CLI.hpp>
-#include <exception>
-#include <iostream>
-
 #include "binary_xml/xml_to_abx.h"
+#include "command_line.h"
 #include "tool_io.h"
 
 int main(int argc, char **argv) {
+    using namespace Zarvo;
     CLI::App app{"Convert a text XML file to Android binary XML (ABX)."};
-    std::string input;
-    std::string output = "-";
-    Zarvo::BinaryXml::EncodeOptions options;
+    Tools::DescribeTool(app, "xml2abx",
+                        "  xml2abx --infer-types 0.txt.xml 0.xml\n"
+                        "  xml2abx -i userlist.xml          (replaces the file with its binary form)\n"
+                        "  printf '<users/>' | xml2abx - - | abx2xml - -\n");
+    Tools::ConversionFiles files;
+    BinaryXml::EncodeOptions options;
     bool surrogatePairs = false;
-    app.add_option("input", input, "text XML file, or - for standard input")->required();
-    app.add_option("output", output, "binary XML file to write (replaced whole), or - for standard output");
+    Tools::AddConversionOptions(app, files, "text XML", "binary XML");
     app.add_flag(
         "--infer-types", options.inferTypes,
-        "write true/false as booleans and decimal integers as int or long attributes, as Android does");
+        "Write true/false as booleans and decimal integers as int or long attributes, as Android does");
     app.add_flag("--surrogate-pairs", surrogatePairs,
-                 "write characters beyond the BMP as surrogate pairs, as Android's Java writer does");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error);
+                 "Write characters beyond the BMP as surrogate pairs, as Android's Java writer does");
+    if (std::optional<int> status = Tools::ParseCommandLine(app, argc, argv)) {
+        return *status;
     }
     if (surrogatePairs) {
-        options.supplementary = Zarvo::BinaryXml::AbxWriter::Supplementary::SURROGATE_PAIR;
+        options.supplementary = BinaryXml::AbxWriter::Supplementary::SURROGATE_PAIR;
     }
-    try {
-        std::string source;
-        std::string abx;
-        Zarvo::BinaryXml::Status status = Zarvo::Tools::ReadInput(input, source);
-        if (status == Zarvo::BinaryXml::Status::OK) {
-            status = Zarvo::BinaryXml::EncodeXml(source, abx, options);
-        }
-        if (status == Zarvo::BinaryXml::Status::OK) {
-            status = Zarvo::Tools::WriteOutput(output, abx);
-        }
-        return status == Zarvo::BinaryXml::Status::OK ? 0 : Zarvo::Tools::Fail("xml2abx", input, status);
-    } catch (const std::exception &) {
-        return Zarvo::Tools::Fail("xml2abx", input, Zarvo::BinaryXml::Status::TOO_LARGE);
-    }
+    return Tools::RunConversion("xml2abx", files, [&](const std::string &source, std::string &abx) {
+        return BinaryXml::EncodeXml(source, abx, options);
+    });
 }
