@@ -9,15 +9,19 @@
 #include <string>
 
 #include "migrate_service/migrate_service.h"
+#include "support/build_info.h"
 
 using Zarvo::Host::FaultRule;
 using Zarvo::Host::MigrateService;
 using Zarvo::Host::MigrateServiceOptions;
 
 namespace {
-int Fail(const std::string &sentence) {
+constexpr int EXIT_FAILED = 1;
+constexpr int EXIT_USAGE = 2;
+
+int Fail(const std::string &sentence, int status) {
     std::cerr << "migrate_service: " << sentence << std::endl;
-    return 1;
+    return status;
 }
 
 bool SignalReady(int fd) {
@@ -35,7 +39,10 @@ int main(int argc, char **argv) {
     std::string deviceState;
     int readyFd = -1;
 
-    CLI::App app{"Serves privileged file operations on the migrate socket, confined to allowed roots."};
+    CLI::App app{"Serves privileged file operations on the migrate socket, confined to allowed roots.\n\n"
+                 "Example: migrate_service --socket /tmp/migrate.sock --allow /tmp/app --journal journal.jsonl"};
+    app.set_version_flag("--version", Zarvo::BuildInfo::VersionLine("migrate_service"),
+                         "Print the version and exit");
     app.add_option("--socket", options.socketPath, "Socket path to listen on")->capture_default_str();
     app.add_option(
         "--allow", roots,
@@ -66,22 +73,22 @@ int main(int argc, char **argv) {
         if (e.get_exit_code() == 0) {
             return app.exit(e);
         }
-        return Fail(std::string(e.what()) + " (see --help).");
+        return Fail(std::string(e.what()) + " (see --help).", EXIT_USAGE);
     }
     if (!roots.empty()) {
         options.allowedRoots = roots;
     }
     if (readyFd >= 0 && fcntl(readyFd, F_GETFD) < 0) {
-        return Fail("--ready-fd " + std::to_string(readyFd) + " is not an open descriptor.");
+        return Fail("--ready-fd " + std::to_string(readyFd) + " is not an open descriptor.", EXIT_USAGE);
     }
 
     std::vector<FaultRule> rules;
     std::string error;
     if (!faultFile.empty() && !Zarvo::Host::LoadFaultFile(faultFile, rules, error)) {
-        return Fail(error + ".");
+        return Fail(error + ".", EXIT_USAGE);
     }
     if (!deviceState.empty() && !Zarvo::Host::LoadDeviceStateFaults(deviceState, rules, error)) {
-        return Fail(error + ".");
+        return Fail(error + ".", EXIT_USAGE);
     }
 
     // Block the stop signals before any thread starts, so that only sigwait below receives them.
@@ -94,11 +101,11 @@ int main(int argc, char **argv) {
     MigrateService service(options);
     service.Faults().Replace(rules);
     if (!service.Start(error)) {
-        return Fail(error + ".");
+        return Fail(error + ".", EXIT_FAILED);
     }
     if (readyFd >= 0 && !SignalReady(readyFd)) {
         service.Stop();
-        return Fail("cannot write to --ready-fd " + std::to_string(readyFd) + ".");
+        return Fail("cannot write to --ready-fd " + std::to_string(readyFd) + ".", EXIT_FAILED);
     }
     int signal = 0;
     sigwait(&stopSignals, &signal);
