@@ -1,5 +1,8 @@
 #include "migrate_service/request_journal.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -58,9 +61,14 @@ RequestJournal::~RequestJournal() {
 }
 
 bool RequestJournal::OpenFile(const std::string &path, std::string &error) {
-    std::FILE *file = std::fopen(path.c_str(), "ae");
+    // Owner-only, and never written through a link in its place.
+    const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    std::FILE *file = fd < 0 ? nullptr : fdopen(fd, "a");
     if (file == nullptr) {
         error = "cannot open journal " + path + ": " + std::strerror(errno);
+        if (fd >= 0) {
+            close(fd);
+        }
         return false;
     }
     std::lock_guard<std::mutex> lock(mutex_);
