@@ -191,17 +191,17 @@ public:
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
         const timespec timeout = {static_cast<time_t>(seconds.count()),
                                   static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
-        const int signal = sigtimedwait(&waited_, nullptr, &timeout);
-        if (signal == SIGINT || signal == SIGTERM || signal == SIGHUP) {
+        const int received = sigtimedwait(&waited_, nullptr, &timeout);
+        if (received == SIGINT || received == SIGTERM || received == SIGHUP) {
             for (auto &[pid, phone] : running_) {
                 EndGroup(pid);
             }
             sigprocmask(SIG_SETMASK, &runnerSignalMask_, nullptr);
-            std::signal(signal, SIG_DFL);
-            raise(signal);
-            _exit(128 + signal);
+            std::signal(received, SIG_DFL);
+            raise(received);
+            _exit(128 + received);
         }
-        if (signal < 0 && errno == EAGAIN) {
+        if (received < 0 && errno == EAGAIN) {
             EndOverdue();
         }
     }
@@ -329,8 +329,8 @@ int RunBatch(const BatchOptions &options, std::string &error) {
     // in one place (sigtimedwait), so these signals stay blocked while the phones run.
     sigset_t waited;
     sigemptyset(&waited);
-    for (int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) {
-        sigaddset(&waited, signal);
+    for (int waitedFor : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&waited, waitedFor);
     }
     sigset_t previous;
     sigprocmask(SIG_BLOCK, &waited, &previous);
