@@ -38,6 +38,7 @@ const std::string RUNNER_PREFIX = "restore_runner: ";
 struct RunningPhone {
     std::string name;
     Clock::time_point start;
+    Clock::time_point deadline;
     UniqueFd stdoutFd;
     UniqueFd stderrFd;
 };
@@ -114,13 +115,26 @@ std::string ProblemOf(const std::string &text) {
 
 class BatchRun {
 public:
-    BatchRun(const BatchOptions &options, size_t total)
+    // `waited`: the signals the batch has blocked to wait for them; `runnerSignalMask`: the mask it
+    // had before, which its runners start with.
+    BatchRun(const BatchOptions &options, size_t total, const sigset_t &waited,
+             const sigset_t &runnerSignalMask)
         : options_(options),
+          waited_(waited),
+          runnerSignalMask_(runnerSignalMask),
           environment_(ChildEnvironment()),
           progress_(total, isatty(STDERR_FILENO) == 1, std::cerr) {}
 
-    // Starts the phone's runner; a phone whose runner cannot start gets its row at once.
+    // Starts the phone's runner in a process group of its own, so that the sandbox and the migrate
+    // service it starts can be ended with it; a phone whose runner cannot start, or whose name
+    // cannot name its files, gets its row at once.
     void Start(const std::string &phone) {
+        const Clock::time_point start = Clock::now();
+        const std::string nameProblem = PhoneNameProblem(phone);
+        if (!nameProblem.empty()) {
+            Finish(phone, -1, "its name " + nameProblem + "; rename it to restore it", start, false);
+            return;
+        }
         std::vector<std::string> arguments = {options_.runner,
                                               "--snapshot",
                                               options_.folder + "/" + phone,
@@ -129,7 +143,6 @@ public:
                                               "--html",
                                               PhoneFile(options_.out, phone, ".html")};
         arguments.insert(arguments.end(), options_.runnerOptions.begin(), options_.runnerOptions.end());
-        const Clock::time_point start = Clock::now();
         UniqueFd stdoutFd(memfd_create("runner-stdout", MFD_CLOEXEC));
         UniqueFd stderrFd(memfd_create("runner-stderr", MFD_CLOEXEC));
         if (!stdoutFd.Valid() || !stderrFd.Valid()) {
@@ -138,44 +151,101 @@ public:
         }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&actions, stdoutFd.Get(), STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, stderrFd.Get(), STDERR_FILENO);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+        posix_spawnattr_setpgroup(&attributes, 0);
+        posix_spawnattr_setsigmask(&attributes, &runnerSignalMask_);
         std::vector<char *> argv = Pointers(arguments);
         std::vector<char *> envp = Pointers(environment_);
         pid_t pid = -1;
-        int failure = posix_spawn(&pid, options_.runner.c_str(), &actions, nullptr, argv.data(), envp.data());
+        int failure =
+            posix_spawn(&pid, options_.runner.c_str(), &actions, &attributes, argv.data(), envp.data());
+        posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
         if (failure != 0) {
             Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(failure), start);
             return;
         }
-        running_[pid] = {phone, start, std::move(stdoutFd), std::move(stderrFd)};
+        running_[pid] = {phone, start, start + options_.phoneTimeout, std::move(stdoutFd),
+                         std::move(stderrFd)};
     }
 
     size_t Running() const { return running_.size(); }
 
-    // Waits for one phone's runner to end and takes its row.
+    // Waits until a phone's runner ends (it gets its row), a phone runs out of time (it is ended
+    // and gets its row) or a signal comes to end the batch (every phone is ended first, then the
+    // batch ends by that signal).
     void WaitForOne() {
-        int status = 0;
-        pid_t pid = waitpid(-1, &status, 0);
-        if (pid < 0) {
-            if (errno != EINTR) {
+        if (CollectEnded()) {
+            return;
+        }
+        Clock::time_point earliest = Clock::time_point::max();
+        for (const auto &[pid, phone] : running_) {
+            earliest = std::min(earliest, phone.deadline);
+        }
+        const auto left = std::max(Clock::duration::zero(), earliest - Clock::now());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const timespec timeout = {static_cast<time_t>(seconds.count()),
+                                  static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
+        const int received = sigtimedwait(&waited_, nullptr, &timeout);
+        if (received == SIGINT || received == SIGTERM || received == SIGHUP) {
+            for (auto &[pid, phone] : running_) {
+                EndGroup(pid);
+            }
+            sigprocmask(SIG_SETMASK, &runnerSignalMask_, nullptr);
+            std::signal(received, SIG_DFL);
+            raise(received);
+            _exit(128 + received);
+        }
+        if (received < 0 && errno == EAGAIN) {
+            EndOverdue();
+        }
+    }
+
+    std::vector<nlohmann::json> TakeRows() {
+        progress_.Finish();
+        return std::move(rows_);
+    }
+
+private:
+    // Takes the rows of every runner that has ended; false when none had.
+    bool CollectEnded() {
+        bool collected = false;
+        for (;;) {
+            int status = 0;
+            const pid_t pid = waitpid(-1, &status, WNOHANG);
+            if (pid == 0) {
+                return collected;
+            }
+            if (pid < 0) {
+                if (errno == EINTR) {
+                    continue;
+                }
                 // The runners' ends cannot be collected: each running phone still gets its row.
                 const std::string problem =
                     std::string("its runner's end could not be collected: ") + std::strerror(errno);
                 for (auto &[lost, phone] : running_) {
+                    EndGroup(lost);
                     Finish(phone.name, -1, problem, phone.start);
                 }
                 running_.clear();
+                return true;
             }
-            return;
+            auto it = running_.find(pid);
+            if (it != running_.end()) {
+                RunningPhone phone = std::move(it->second);
+                running_.erase(it);
+                Ended(phone, status);
+                collected = true;
+            }
         }
-        auto it = running_.find(pid);
-        if (it == running_.end()) {
-            return;
-        }
-        RunningPhone phone = std::move(it->second);
-        running_.erase(it);
+    }
+
+    void Ended(RunningPhone &phone, int status) {
         const int exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         std::string problem;
         if (WIFSIGNALED(status)) {
@@ -187,24 +257,43 @@ public:
                 problem = "its runner ended with exit status " + std::to_string(exitStatus);
             }
         }
-        Finish(phone.name, exitStatus, problem, phone.start,
+        Finish(phone.name, exitStatus, problem, phone.start, true,
                ReadBack(phone.stdoutFd.Get(), MAX_SUMMARY_BYTES));
     }
 
-    std::vector<nlohmann::json> TakeRows() {
-        progress_.Finish();
-        return std::move(rows_);
+    void EndOverdue() {
+        const Clock::time_point now = Clock::now();
+        for (auto it = running_.begin(); it != running_.end();) {
+            if (it->second.deadline > now) {
+                ++it;
+                continue;
+            }
+            EndGroup(it->first);
+            Finish(it->second.name, -1,
+                   "it ran out of time: its runner was still running after " +
+                       std::to_string(options_.phoneTimeout.count()) + " s (--phone-timeout) and was ended",
+                   it->second.start);
+            it = running_.erase(it);
+        }
     }
 
-private:
+    // Ends a runner with everything in its process group (its sandbox, the migrate service) and
+    // collects its end.
+    static void EndGroup(pid_t pid) {
+        kill(-pid, SIGKILL);
+        while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+    }
+
+    // `ownFiles`: the phone's name names its files below `out`.
     void Finish(const std::string &phone, int exitStatus, const std::string &problem, Clock::time_point start,
-                const std::string &summary = "") {
+                bool ownFiles = true, const std::string &summary = "") {
         const double wallMs = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
         const std::string summaryPath = PhoneFile(options_.out, phone, ".txt");
         std::string writeProblem;
         if (!summary.empty()) {
             writeProblem = WriteOwnerOnlyFile(summaryPath, summary);
-        } else {
+        } else if (ownFiles) {
             unlink(summaryPath.c_str());  // an earlier run's
         }
         nlohmann::json row =
@@ -215,6 +304,8 @@ private:
     }
 
     const BatchOptions &options_;
+    sigset_t waited_;
+    sigset_t runnerSignalMask_;
     std::vector<std::string> environment_;
     BatchProgress progress_;
     std::map<pid_t, RunningPhone> running_;
@@ -234,7 +325,16 @@ int RunBatch(const BatchOptions &options, std::string &error) {
         return EXIT_BAD_USAGE;
     }
     const Clock::time_point start = Clock::now();
-    BatchRun run(options, phones.size());
+    // The ends of the runners, the deadlines and the signals that end a batch are all waited for
+    // in one place (sigtimedwait), so these signals stay blocked while the phones run.
+    sigset_t waited;
+    sigemptyset(&waited);
+    for (int waitedFor : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&waited, waitedFor);
+    }
+    sigset_t previous;
+    sigprocmask(SIG_BLOCK, &waited, &previous);
+    BatchRun run(options, phones.size(), waited, previous);
     size_t next = 0;
     while (next < phones.size() || run.Running() > 0) {
         while (next < phones.size() && run.Running() < options.jobs) {
@@ -244,6 +344,7 @@ int RunBatch(const BatchOptions &options, std::string &error) {
             run.WaitForOne();
         }
     }
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
     const double elapsedMs = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
     nlohmann::json index = BuildIndex(
         run.TakeRows(), options.sharded ? std::optional<Shard>(options.shard) : std::nullopt, elapsedMs);

@@ -6,17 +6,14 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <set>
 #include <sstream>
 
 #include "owner_only_file.h"
+#include "printable.h"
 #include "view_page.h"
 
 namespace Zarvo::Host {
 namespace {
-
-const char *const DECISIONS[] = {"updated", "created", "existed", "skipped", "failed"};
-const char *const PHONE_FILE_EXTENSIONS[] = {".json", ".html", ".txt"};
 
 bool ReadText(const std::string &path, std::string &content) {
     std::ifstream in(path, std::ios::binary);
@@ -43,6 +40,21 @@ int ResultRank(const nlohmann::json &row) {
 
 }  // namespace
 
+std::string PhoneNameProblem(const std::string &name) {
+    if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos) {
+        return "is no plain file name";
+    }
+    if (Printable(name) != name) {
+        return "holds a control character";
+    }
+    try {
+        (void)nlohmann::json(name).dump();
+    } catch (const nlohmann::json::type_error &) {
+        return "is not UTF-8";
+    }
+    return "";
+}
+
 std::string PhoneFile(const std::string &outDir, const std::string &phone, const std::string &extension) {
     return outDir + "/phones/" + phone + extension;
 }
@@ -59,7 +71,7 @@ std::string MakeOutFolders(const std::string &outDir) {
 nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int exitStatus,
                         const std::string &problem, double wallMs) {
     nlohmann::json users = nlohmann::json::object();
-    for (const char *decision : DECISIONS) {
+    for (const char *decision : USER_DECISIONS) {
         users[decision] = 0;
     }
     nlohmann::json row = {{"phone", phone},  {"result", NOT_SET_UP}, {"problem", problem},
@@ -121,70 +133,6 @@ std::string WriteIndex(const std::string &outDir, const nlohmann::json &index) {
     std::string error = WriteOwnerOnlyFile(
         outDir + "/index.json", index.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
     return error.empty() ? WriteOwnerOnlyFile(outDir + "/index.html", IndexPage(index)) : error;
-}
-
-std::string MergeIndexes(const std::string &outDir, const std::vector<std::string> &shardDirs,
-                         nlohmann::json &merged, std::string &warning) {
-    // Every index is read and checked before anything is written, so that a refused merge
-    // leaves `outDir` as it was.
-    std::vector<nlohmann::json> rows;
-    std::vector<std::string> rowDirs;
-    std::set<std::string> phones;
-    std::set<unsigned> shardsSeen;
-    std::set<unsigned> shardCounts;
-    double elapsedMs = 0;
-    for (const std::string &dir : shardDirs) {
-        const nlohmann::json index = ReadJson(dir + "/index.json");
-        if (!index.is_object() || !index.contains("phones") || !index["phones"].is_array()) {
-            return dir + " holds no batch index (index.json) that can be read.";
-        }
-        Shard shard;
-        if (index.contains("shard") && index["shard"].is_string() && ParseShard(index["shard"], shard)) {
-            shardsSeen.insert(shard.index);
-            shardCounts.insert(shard.count);
-        }
-        elapsedMs = std::max(elapsedMs, index.value("elapsedMs", 0.0));
-        for (const auto &row : index["phones"]) {
-            const std::string phone = row.value("phone", "");
-            if (phone.empty() || phone.find('/') != std::string::npos || phone[0] == '.') {
-                return dir + "/index.json names a phone that is no plain file name.";
-            }
-            if (!phones.insert(phone).second) {
-                return "the phone " + phone + " is in more than one of the indexes; merge each shard once.";
-            }
-            rows.push_back(row);
-            rowDirs.push_back(dir);
-        }
-    }
-    if (shardCounts.size() > 1) {
-        return "the indexes come from shards cut into different numbers of shares.";
-    }
-    if (shardCounts.size() == 1) {
-        std::string missing;
-        for (unsigned k = 1; k <= *shardCounts.begin(); ++k) {
-            if (shardsSeen.count(k) == 0) {
-                missing += (missing.empty() ? "" : ", ") + ShardText({k, *shardCounts.begin()});
-            }
-        }
-        if (!missing.empty()) {
-            warning = "the merged index lacks shard " + missing + ".";
-        }
-    }
-    std::string error = MakeOutFolders(outDir);
-    for (size_t i = 0; i < rows.size() && error.empty(); ++i) {
-        const std::string phone = rows[i].value("phone", "");
-        for (const char *extension : PHONE_FILE_EXTENSIONS) {
-            std::string content;
-            if (error.empty() && ReadText(PhoneFile(rowDirs[i], phone, extension), content)) {
-                error = WriteOwnerOnlyFile(PhoneFile(outDir, phone, extension), content);
-            }
-        }
-    }
-    if (!error.empty()) {
-        return error;
-    }
-    merged = BuildIndex(std::move(rows), std::nullopt, elapsedMs);
-    return WriteIndex(outDir, merged);
 }
 
 }  // namespace Zarvo::Host

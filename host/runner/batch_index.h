@@ -15,6 +15,13 @@ inline constexpr char RESTORED[] = "restored";
 inline constexpr char NOT_RESTORED[] = "not restored";
 inline constexpr char NOT_SET_UP[] = "not set up";
 
+// The decisions a phone's users are counted by in its row.
+inline constexpr const char *USER_DECISIONS[] = {"updated", "created", "existed", "skipped", "failed"};
+
+// Why a batch entry's name cannot name a phone (its files, its row and its page link): empty
+// when it can, else what is wrong ("holds a control character").
+std::string PhoneNameProblem(const std::string &name);
+
 // Where a batch keeps a phone's files below its --out folder: phones/<name>.json, .html, .txt.
 std::string PhoneFile(const std::string &outDir, const std::string &phone, const std::string &extension);
 
@@ -37,12 +44,6 @@ int IndexExitStatus(const nlohmann::json &index);
 
 // Writes index.json and index.html into `outDir`. Empty text on success, else one sentence.
 std::string WriteIndex(const std::string &outDir, const nlohmann::json &index);
-
-// Merges the indexes and phone files of several batch folders (the shards of one campaign) into
-// `outDir`. Empty text on success, else one sentence; a shard that is missing is told in
-// `warning`.
-std::string MergeIndexes(const std::string &outDir, const std::vector<std::string> &shardDirs,
-                         nlohmann::json &merged, std::string &warning);
 
 }  // namespace Zarvo::Host
 

@@ -17,7 +17,7 @@ bool ParseShard(const std::string &text, Shard &shard) {
     auto second = std::from_chars(text.data() + slash + 1, end, count);
     if (first.ec != std::errc() || first.ptr != text.data() + slash || slash == 0 ||
         second.ec != std::errc() || second.ptr != end || slash + 1 == text.size() || index < 1 ||
-        index > count) {
+        index > count || count > MAX_SHARDS) {
         return false;
     }
     shard = {index, count};

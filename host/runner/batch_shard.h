@@ -14,7 +14,11 @@ struct Shard {
     unsigned count = 1;  // N
 };
 
-// Reads "K/N" with 1 <= K <= N; false when the text is anything else.
+// The most shares a campaign is cut into: far more machines than one campaign has, and few enough
+// that a merge can list the missing ones.
+inline constexpr unsigned MAX_SHARDS = 10000;
+
+// Reads "K/N" with 1 <= K <= N <= MAX_SHARDS; false when the text is anything else.
 bool ParseShard(const std::string &text, Shard &shard);
 std::string ShardText(const Shard &shard);
 

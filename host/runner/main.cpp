@@ -17,13 +17,16 @@
 
 #include "batch.h"
 #include "batch_index.h"
+#include "batch_merge.h"
 #include "migrate_service_process.h"
 #include "own_path.h"
 #include "owner_only_file.h"
+#include "path_within.h"
 #include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 #include "platform_control/log_capture.h"
+#include "printable.h"
 #include "record_source_users.h"
 #include "run_record.h"
 #include "sample_phone.h"
@@ -55,6 +58,7 @@ struct Options {
     std::string batch;
     std::string out;
     unsigned jobs = 0;
+    unsigned phoneTimeout = 300;
     std::string shard;
     std::vector<std::string> mergeIndex;
     std::string serviceLog;
@@ -92,7 +96,9 @@ std::string DefaultPlugin() {
 }
 
 int Fail(const std::string &sentence) {
-    std::cerr << "restore_runner: " << sentence << std::endl;
+    // One line whatever the sentence quotes (a phone's file names): a batch takes a phone's problem
+    // from its runner's last line.
+    std::cerr << "restore_runner: " << Printable(sentence) << std::endl;
     return EXIT_USAGE;
 }
 
@@ -215,6 +221,11 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
                    "Phones restored at a time by --batch (default: the number of cores)")
         ->check(CLI::PositiveNumber)
         ->needs(batch);
+    app.add_option("--phone-timeout", options.phoneTimeout,
+                   "Seconds a phone of --batch may take; its runner, sandbox and migrate service are ended "
+                   "then and the phone is not set up (default: 300)")
+        ->check(CLI::Range(1u, 7u * 24 * 3600))
+        ->needs(batch);
     app.add_option(
            "--shard", options.shard,
            "K/N: restore only share K of N of the --batch folder (entries sorted by name, every N-th from "
@@ -242,14 +253,15 @@ int BatchCommand(const Options &options) {
     BatchOptions batch;
     batch.folder = fs::absolute(options.batch).lexically_normal().string();
     batch.out = fs::absolute(options.out).lexically_normal().string();
-    if ((batch.out + "/").rfind(batch.folder + "/", 0) == 0) {
+    if (LiesWithin(batch.out, batch.folder)) {
         return Fail("keep --out outside the --batch folder: it would be taken for a phone.");
     }
     batch.jobs = options.jobs > 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
+    batch.phoneTimeout = std::chrono::seconds(options.phoneTimeout);
     batch.sharded = !options.shard.empty();
     if (batch.sharded && !ParseShard(options.shard, batch.shard)) {
-        return Fail("--shard takes K/N with 1 <= K <= N, for example 2/8; " + options.shard +
-                    " is not that.");
+        return Fail("--shard takes K/N with 1 <= K <= N <= " + std::to_string(MAX_SHARDS) +
+                    ", for example 2/8; " + options.shard + " is not that.");
     }
     batch.runner = OwnPath();
     if (batch.runner.empty()) {

@@ -42,9 +42,15 @@ EventState &State() {
     return state;
 }
 
+// The event log tells which users and files a restore failed on: it is made owner-only, and a
+// link in its place is never written through. A FIFO is not waited on.
+int OpenEventLog(const std::string &path) {
+    return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+}
+
 // Appends one line in a single write, so that concurrent writers never interleave within it.
 int AppendLine(const std::string &path, const std::string &line) {
-    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = OpenEventLog(path);
     if (fd < 0) {
         return errno;
     }
@@ -131,7 +137,7 @@ void ResetEventFaults() {
 
 bool SetEventLogPath(const std::string &path, std::string &error) {
     if (!path.empty()) {
-        int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+        int fd = OpenEventLog(path);
         if (fd < 0) {
             error =
                 "the event log " + path + " cannot be opened for appending: " + std::strerror(errno) + ".";

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -136,6 +138,110 @@ TEST_F(RunnerBatchTest, ShardsCoverTheFolderOnceAndMergeIntoTheWholeIndex) {
     EXPECT_NE(twice.output.find("more than one of the indexes"), std::string::npos) << twice.output;
     RunResult partial = RunRunner("--merge-index " + dir_ + "/partial " + dir_ + "/shard2");
     EXPECT_NE(partial.output.find("lacks shard 1/2"), std::string::npos) << partial.output;
+}
+
+using RunnerBatchLimitsTest = TempFolderTest;
+
+// A phone whose migrate service never answers is ended at its time limit with its sandbox and
+// service, and its row says so; the batch goes on to its index.
+TEST_F(RunnerBatchLimitsTest, APhoneThatHangsIsEndedWithAllItStartedAtItsTimeLimit) {
+    MakePhone(dir_ + "/shelf/hangs");
+    const std::string state =
+        Write("stall.json",
+              R"({"migrateService": {"faults": [{"action": "stall", "stallMs": 3600000, "count": -1}]}})");
+    RunResult run = RunRunner("--batch " + dir_ + "/shelf --out " + dir_ + "/out --device-state " + state +
+                              " --phone-timeout 1");
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    const nlohmann::json index = ReadJson(dir_ + "/out/index.json");
+    ASSERT_TRUE(index.is_object()) << run.output;
+    ASSERT_EQ(index["phones"].size(), 1u);
+    EXPECT_EQ(index["phones"][0]["result"], "not set up");
+    EXPECT_NE(index["phones"][0]["problem"].get<std::string>().find("ran out of time"), std::string::npos)
+        << index.dump(1);
+    // Nothing the phone started is left: no process names the test's folder.
+    for (const auto &process : fs::directory_iterator("/proc")) {
+        const std::string command = ReadFile(process.path() / "cmdline");
+        EXPECT_EQ(command.find(dir_), std::string::npos) << process.path() << ": " << command;
+    }
+}
+
+// A name with a control character or that is not UTF-8 cannot name a phone's files, row and page
+// link: the phone is not set up, and the name cannot put words into its row.
+TEST_F(RunnerBatchLimitsTest, PhonesWhoseNamesCannotNameTheirFilesAreNotSetUp) {
+    const std::string shelf = dir_ + "/shelf/";
+    Write("shelf/bad\nrestore_runner: all is well", "not a snapshot");
+    Write("shelf/caf\xe9.tar", "not a snapshot");
+    RunResult run = RunRunner("--batch " + shelf + " --out " + dir_ + "/out");
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    const nlohmann::json index = ReadJson(dir_ + "/out/index.json");
+    ASSERT_TRUE(index.is_object()) << run.output;
+    ASSERT_EQ(index["phones"].size(), 2u);
+    const char *problems[] = {"its name holds a control character", "its name is not UTF-8"};
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(index["phones"][i]["result"], "not set up");
+        EXPECT_EQ(index["phones"][i]["problem"].get<std::string>().rfind(problems[i], 0), 0u)
+            << index.dump(1);
+    }
+}
+
+// A shard's folder is hostile: its files are read only when they are regular files reached
+// without a link, and its index only in the form a batch writes, else one sentence names it.
+TEST_F(RunnerBatchLimitsTest, AMergeReadsOnlyRegularShardFilesInTheFormABatchWrites) {
+    const nlohmann::json row =
+        nlohmann::json::parse(R"({"phone": "victim", "result": "restored", "problem": "",
+        "page": "phones/victim.html", "timeMs": 1, "events": {"PARSE_FILE_ERROR": 1},
+        "users": {"updated": 1, "created": 0, "existed": 0, "skipped": 0, "failed": 0}})");
+    const std::string secret = Write("secret.json", "the host's own file");
+    ASSERT_EQ(chmod(secret.c_str(), 0600), 0);
+    struct Case {
+        std::string name;
+        std::function<void(const std::string &shard, nlohmann::json &index)> tamper;
+        std::string says;
+    } cases[] = {
+        {"good", [](const std::string &, nlohmann::json &) {}, ""},
+        {"linked report",
+         [&](const std::string &shard, nlohmann::json &) {
+             fs::create_symlink(secret, shard + "/phones/victim.json");
+         },
+         "/phones/victim.json is a symbolic link"},
+        {"hard-linked report",
+         [&](const std::string &shard, nlohmann::json &) {
+             fs::create_hard_link(secret, shard + "/phones/victim.json");
+         },
+         "/phones/victim.json is no regular file with one name"},
+        {"phone no text", [](const std::string &, nlohmann::json &index) { index["phones"][0]["phone"] = 5; },
+         "/index.json is malformed"},
+        {"count no number",
+         [](const std::string &, nlohmann::json &index) { index["phones"][0]["users"]["created"] = "x"; },
+         "/index.json is malformed"},
+        {"unknown result",
+         [](const std::string &, nlohmann::json &index) { index["phones"][0]["result"] = "hacked"; },
+         "/index.json is malformed"},
+        {"too many shards", [](const std::string &, nlohmann::json &index) { index["shard"] = "1/20000"; },
+         "/index.json is malformed"},
+    };
+    for (const Case &c : cases) {
+        const std::string shard = dir_ + "/" + c.name;
+        fs::create_directories(shard + "/phones");
+        Write(c.name + "/phones/victim.html", "<p>page</p>");
+        nlohmann::json index = {{"phones", {row}}, {"elapsedMs", 1}};
+        c.tamper(shard, index);
+        Write(c.name + "/index.json", index.dump());
+        const std::string merged = dir_ + "/merged-" + c.name;
+        RunResult run = RunRunner("--merge-index '" + merged + "' '" + shard + "'");
+        EXPECT_EQ(run.exitCode, c.says.empty() ? 0 : 2) << c.name << "\n" << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << c.name << "\n" << run.output;
+        EXPECT_EQ(run.output.find("unexpected failure"), std::string::npos) << run.output;
+        EXPECT_EQ(fs::exists(merged), c.says.empty()) << c.name;
+    }
+    EXPECT_EQ(ReadFile(dir_ + "/merged-good/phones/victim.html"), "<p>page</p>");
+
+    // An index that is a FIFO is refused at once, not waited on.
+    fs::create_directories(dir_ + "/fifo");
+    ASSERT_EQ(mkfifo((dir_ + "/fifo/index.json").c_str(), 0600), 0);
+    RunResult run = RunRunner("--merge-index " + dir_ + "/merged-fifo " + dir_ + "/fifo");
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_NE(run.output.find("/fifo/index.json is no regular file"), std::string::npos) << run.output;
 }
 
 }  // namespace

@@ -193,6 +193,7 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
 TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
     const std::string bad = Write("bad.json", "{not json");
     const std::string shelf = fs::path(Write("shelf/.hidden", "")).parent_path();
+    fs::create_directory_symlink(shelf, dir_ + "/into-shelf");
     struct Case {
         std::string arguments;
         std::string says;
@@ -205,7 +206,9 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
         {"--batch " + dir_, "requires --out"},
         {"--batch " + dir_ + " --out " + dir_ + "/out", "outside the --batch folder"},
         {"--batch " + shelf + " --out " + dir_ + "/out --report r.json", "excludes"},
+        {"--batch " + shelf + " --out " + dir_ + "/into-shelf/out", "outside the --batch folder"},
         {"--batch " + shelf + " --out " + dir_ + "/out --shard 3/2", "--shard takes K/N"},
+        {"--batch " + shelf + " --out " + dir_ + "/out --shard 1/4294967295", "N <= 10000"},
         {"--jobs 2", "requires --batch"},
         {"--merge-index " + dir_ + "/merged " + dir_, "holds no batch index"},
     };
@@ -215,6 +218,30 @@ TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
         EXPECT_NE(run.output.find(c.says), std::string::npos) << c.arguments << "\n" << run.output;
         EXPECT_EQ(run.output.find("RestoreData returned"), std::string::npos) << run.output;
     }
+}
+
+// The fault event log and the migrate service's journal are made owner-only like the report, and a
+// link in the event log's place is refused, never appended through.
+TEST_F(RunnerCliTest, EventLogAndServiceJournalAreOwnerOnlyAndNeverWrittenThroughALink) {
+    const std::string events = dir_ + "/events.jsonl";
+    const std::string journal = dir_ + "/journal.jsonl";
+    RunResult run = RunRunner("--event-log " + events + " --service-journal " + journal);
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(ModeOf(events), 0600);
+    EXPECT_EQ(ModeOf(journal), 0600);
+
+    const std::string outside = Write("outside.jsonl", "outside\n");
+    fs::remove(events);
+    fs::create_symlink(outside, events);
+    // A user file without a type raises a fault event, which would be appended through the link.
+    const std::string phone = dir_ + "/phone";
+    MakePhone(phone, Write("phone.json", R"({"users": [{"id": 0, "serialNumber": 0, "flags": 3091,
+        "type": "android.os.usertype.full.SYSTEM", "created": 0}, {"id": 10, "flags": 16, "name": "Old"}]})"));
+    run = RunRunner("--event-log " + events + " --snapshot " + phone);
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    EXPECT_NE(run.output.find("the event log " + events + " cannot be opened"), std::string::npos)
+        << run.output;
+    EXPECT_EQ(ReadFile(outside), "outside\n");
 }
 
 // The daemon's readiness pipe ends as it exits, a moment before its exit status can be collected:

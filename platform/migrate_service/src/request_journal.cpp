@@ -61,6 +61,7 @@ RequestJournal::~RequestJournal() {
 }
 
 bool RequestJournal::OpenFile(const std::string &path, std::string &error) {
+    // Owner-only, and never written through a link in its place.
     int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) {
         error = "cannot open journal " + path + ": " + std::strerror(errno);
