@@ -28,8 +28,7 @@ constexpr size_t MAX_PHOTO_BYTES = 8u << 20;
 constexpr size_t MAX_NAME_BYTES = 1024;
 constexpr size_t MAX_ALL_PHOTOS_BYTES = 32u << 20;
 const std::string CUT_MARK = "\u2026";
-const std::string LISTED_AGAIN =
-    "the user list names this user again; the runner read its file once, for the first listing";
+const std::string LISTED_AGAIN = "the user list names it again; it was read once";
 const std::string PNG_SIGNATURE = "\x89PNG\r\n\x1a\n";
 
 struct FlagName {
@@ -100,6 +99,12 @@ XmlDocument ParseUserXml(const std::string &bytes, std::string &form, std::strin
         form = "binary XML";
         if (BinaryXml::DecodeAbx(bytes, text) != BinaryXml::Status::OK) {
             problem = "it is not valid binary XML";
+            return none;
+        }
+        // Interned strings let a few bytes stand for many: the text is held to a text file's bound.
+        if (text.size() > MAX_USER_FILE_BYTES) {
+            problem = "its binary form unfolds to more than " + std::to_string(MAX_USER_FILE_BYTES >> 20) +
+                      " MiB of text";
             return none;
         }
     } else {

@@ -69,7 +69,7 @@ TEST_F(RecordSourceUsersTest, ReadsAUserListedManyTimesOnce) {
         EXPECT_EQ(read.users[i].id, 10);
         EXPECT_FALSE(read.users[i].name.has_value());
         EXPECT_TRUE(read.users[i].photoPng.empty());
-        EXPECT_NE(read.users[i].problem.find("names this user again"), std::string::npos);
+        EXPECT_NE(read.users[i].problem.find("names it again"), std::string::npos);
     }
     EXPECT_EQ(read.users[50].id, 11);
     EXPECT_EQ(read.users[50].problem, "the file is not in the snapshot");
