@@ -59,6 +59,9 @@ TEST(SecretMaskingTest, MasksTheTokenInEveryFormAndEveryViewOfTheRecord) {
     capture.logs.push_back({});
     capture.logs.back().message = "request for https://example.com/?t=CgB6e3x9%2FZq%2BY0lAbc%3D";
     capture.journal = nlohmann::json::array({{{"body", TOKEN}}});
+    capture.sourceUsers.users.push_back({});
+    capture.sourceUsers.users.back().name = "Ann " + TOKEN;
+    capture.laid.leftOut.push_back({"system/users/" + TOKEN, "a link"});
 
     const RunRecord record = BuildRunRecord(capture, false);
     ASSERT_TRUE(record.account.has_value());
@@ -75,6 +78,9 @@ TEST(SecretMaskingTest, MasksTheTokenInEveryFormAndEveryViewOfTheRecord) {
     }
     EXPECT_EQ(record.capture.logs[0].message, "request for https://example.com/?t=" + MASKED_TOKEN);
     EXPECT_EQ(record.capture.journal[0]["body"], MASKED_TOKEN);
+    ASSERT_EQ(record.users.size(), 1u);
+    EXPECT_EQ(record.users[0].source->name, "Ann " + MASKED_TOKEN);
+    EXPECT_EQ(record.capture.laid.leftOut[0].path, "system/users/" + MASKED_TOKEN);
 
     // With the secrets shown, nothing is masked.
     EXPECT_EQ(BuildRunRecord(capture, true).account->name, TOKEN);
