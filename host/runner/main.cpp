@@ -17,6 +17,7 @@
 
 #include "batch.h"
 #include "batch_index.h"
+#include "libxml_messages.h"
 #include "migrate_service_process.h"
 #include "own_path.h"
 #include "owner_only_file.h"
@@ -24,6 +25,7 @@
 #include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 #include "platform_control/log_capture.h"
+#include "printable.h"
 #include "record_source_users.h"
 #include "run_record.h"
 #include "sample_phone.h"
@@ -91,8 +93,9 @@ std::string DefaultPlugin() {
     return (dir / "libaccount_manager_restore.so").string();
 }
 
+// The sentence may name the phone's files and folders: it reaches the terminal printable.
 int Fail(const std::string &sentence) {
-    std::cerr << "restore_runner: " << sentence << std::endl;
+    std::cerr << "restore_runner: " << Printable(sentence) << std::endl;
     return EXIT_USAGE;
 }
 
@@ -276,7 +279,7 @@ int MergeIndexCommand(const std::vector<std::string> &arguments) {
         return Fail(error);
     }
     if (!warning.empty()) {
-        std::cerr << "restore_runner: " << warning << std::endl;
+        std::cerr << "restore_runner: " << Printable(warning) << std::endl;
     }
     return IndexExitStatus(merged);
 }
@@ -287,6 +290,7 @@ int main(int argc, char *argv[]) {
     // The runner collects the ends of the processes it starts (sandbox, migrate service, a batch's
     // runners): an "ignore" inherited from whoever started it would have the kernel reap them.
     signal(SIGCHLD, SIG_DFL);
+    PrintLibxmlMessagesPrintably();
     CLI::App app{
         "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
     Options options;
