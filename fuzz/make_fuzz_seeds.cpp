@@ -22,6 +22,7 @@
 #include "migrate_request_vocabulary.h"
 #include "migrate_service/migrate_protocol.h"
 #include "platform_control/device_state.h"
+#include "source_users_fuzzer.h"
 
 namespace {
 
@@ -157,6 +158,43 @@ void WriteUserXmlSeeds(const fs::path &dir) {
     AndroidUser unnamed = users.users[3];
     unnamed.name.reset();
     seeds.Write("no-name.xml", EncodeUserFile(unnamed, UserFileForm::TEXT));
+}
+
+// Each character of an ASCII text as two bytes, the low one first, after a byte order mark.
+std::string Utf16Le(const std::string &ascii) {
+    std::string wide = "\xFF\xFE";
+    for (char c : ascii) {
+        wide += c;
+        wide += '\0';
+    }
+    return wide;
+}
+
+void WriteSourceUsersSeeds(const fs::path &dir) {
+    SeedDir seeds(dir, "source_users_fuzzer");
+    const std::string separator(Zarvo::Fuzzing::SOURCE_USERS_PART_SEPARATOR);
+    AndroidUsers users = SamplePhoneUsers();
+    const AndroidUser &owner = users.users[0];
+    const AndroidUser &full = users.users[1];
+    for (UserFileForm form : {UserFileForm::TEXT, UserFileForm::BINARY}) {
+        const std::string suffix = form == UserFileForm::TEXT ? ".xml" : ".abx";
+        seeds.Write("owner" + suffix, EncodeUserList(users, form) + separator + EncodeUserFile(owner, form) +
+                                          separator + SampleAvatarPng());
+        seeds.Write("full" + suffix, EncodeUserList(users, form) + separator + EncodeUserFile(full, form));
+    }
+    // One user listed over and over, and a file in UTF-16 with entity declarations.
+    std::string repeated = "<users version=\"10\">";
+    for (int i = 0; i < 20; ++i) {
+        repeated += "<user id=\"10\"/>";
+    }
+    seeds.Write("listed-again.xml", repeated + "</users>" + separator +
+                                        EncodeUserFile(full, UserFileForm::TEXT) + separator +
+                                        SampleAvatarPng());
+    seeds.Write(
+        "utf16-entities.xml",
+        Utf16Le("<users><user id=\"10\"/></users>") + separator +
+            Utf16Le("<?xml version=\"1.0\" encoding=\"UTF-16\"?><!DOCTYPE user [<!ENTITY a \"aaaaaaaa\">"
+                    "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;\">]><user id=\"10\"><name>&b;&b;</name></user>"));
 }
 
 // Rewrites a database with 512-byte pages: the same schema and rows in far fewer bytes, so that
@@ -363,6 +401,7 @@ int main(int argc, char **argv) {
         WriteAbxDecoderSeeds(dir);
         WriteXmlToAbxSeeds(dir);
         WriteUserXmlSeeds(dir);
+        WriteSourceUsersSeeds(dir);
         WriteAccountDbSeeds(dir, work);
         WriteDeviceStateSeeds(dir);
         WriteMigrateRequestSeeds(dir);

@@ -18,6 +18,7 @@
 #include "batch.h"
 #include "batch_index.h"
 #include "batch_merge.h"
+#include "libxml_messages.h"
 #include "migrate_service_process.h"
 #include "own_path.h"
 #include "owner_only_file.h"
@@ -95,9 +96,9 @@ std::string DefaultPlugin() {
     return (dir / "libaccount_manager_restore.so").string();
 }
 
+// The sentence may name the phone's files and folders: it reaches the terminal printable and on
+// one line, since a batch takes a phone's problem from its runner's last line.
 int Fail(const std::string &sentence) {
-    // One line whatever the sentence quotes (a phone's file names): a batch takes a phone's problem
-    // from its runner's last line.
     std::cerr << "restore_runner: " << Printable(sentence) << std::endl;
     return EXIT_USAGE;
 }
@@ -288,7 +289,7 @@ int MergeIndexCommand(const std::vector<std::string> &arguments) {
         return Fail(error);
     }
     if (!warning.empty()) {
-        std::cerr << "restore_runner: " << warning << std::endl;
+        std::cerr << "restore_runner: " << Printable(warning) << std::endl;
     }
     return IndexExitStatus(merged);
 }
@@ -299,6 +300,7 @@ int main(int argc, char *argv[]) {
     // The runner collects the ends of the processes it starts (sandbox, migrate service, a batch's
     // runners): an "ignore" inherited from whoever started it would have the kernel reap them.
     signal(SIGCHLD, SIG_DFL);
+    PrintLibxmlMessagesPrintably();
     CLI::App app{
         "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
     Options options;

@@ -13,12 +13,14 @@ namespace Zarvo::Host {
 std::string MaskSecret(const std::string &secret);
 
 // Masks the secrets of the account export file the plug-in hands over ({"authtoken", "extras",
-// ...}): the auth token and every credential-named extra (token, password, secret, ...). Their
-// clear values are added to `secrets`, which ends sorted longest first. The rest of the object
-// stays as it is.
+// ...}): the auth token and every credential-named extra (token, password, pwd, session_key, ...),
+// and then every other value that is one of them and every occurrence of them in the object
+// (MaskOccurrences). Their clear values are
+// added to `secrets`, which ends sorted longest first. The rest of the object stays as it is.
 void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secrets);
 
-// Replaces every occurrence of each secret (of at least 8 bytes) in `text` by its masked form.
+// Replaces every occurrence of each secret of at least 8 bytes in `text` (as it is, JSON-escaped
+// or percent-encoded) by the secret's masked form.
 // The secrets come longest first, so that one that holds a shorter one is masked whole.
 void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets);
 // The same in every string of a JSON document, keys included.

@@ -12,6 +12,7 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <unordered_set>
 
 #include "binary_xml/abx_decoder.h"
 #include "support/unique_fd.h"
@@ -22,6 +23,12 @@ namespace {
 // Far above any real user file or avatar; a larger file is described instead of read.
 constexpr size_t MAX_USER_FILE_BYTES = 4u << 20;
 constexpr size_t MAX_PHOTO_BYTES = 8u << 20;
+// What the record keeps of the phone's users, whatever the snapshot holds: Android's user names
+// are far shorter than a name's bound, and a phone has a handful of users.
+constexpr size_t MAX_NAME_BYTES = 1024;
+constexpr size_t MAX_ALL_PHOTOS_BYTES = 32u << 20;
+const std::string CUT_MARK = "\u2026";
+const std::string LISTED_AGAIN = "the user list names it again; it was read once";
 const std::string PNG_SIGNATURE = "\x89PNG\r\n\x1a\n";
 
 struct FlagName {
@@ -72,6 +79,16 @@ std::string ReadFile(const std::string &path, size_t limit, std::string &content
 }
 
 using XmlDocument = std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)>;
+using XmlParser = std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)>;
+
+thread_local bool documentTypeMet = false;
+
+// Stops the parse at a document type declaration. Only declared entities can expand, and only a
+// document type declares them; the parser calls this after decoding, so every encoding is met.
+void StopAtDocumentType(void *parser, const xmlChar *, const xmlChar *, const xmlChar *) {
+    documentTypeMet = true;
+    xmlStopParser(static_cast<xmlParserCtxtPtr>(parser));
+}
 
 // Parses a user file in either form. Document types are refused: Android never writes one, and
 // entity declarations are the way a hostile file would blow up a parser.
@@ -84,22 +101,35 @@ XmlDocument ParseUserXml(const std::string &bytes, std::string &form, std::strin
             problem = "it is not valid binary XML";
             return none;
         }
+        // Interned strings let a few bytes stand for many: the text is held to a text file's bound.
+        if (text.size() > MAX_USER_FILE_BYTES) {
+            problem = "its binary form unfolds to more than " + std::to_string(MAX_USER_FILE_BYTES >> 20) +
+                      " MiB of text";
+            return none;
+        }
     } else {
         form = "text XML";
         text = bytes;
-    }
-    if (text.find("<!DOCTYPE") != std::string::npos || text.find("<!ENTITY") != std::string::npos) {
-        problem = "it declares a document type, which Android's user files never do";
-        return none;
     }
     if (text.size() > static_cast<size_t>(INT32_MAX)) {
         problem = "it is too large";
         return none;
     }
+    XmlParser parser(xmlNewParserCtxt(), xmlFreeParserCtxt);
+    if (parser == nullptr) {
+        problem = "it could not be parsed: out of memory";
+        return none;
+    }
+    parser->sax->internalSubset = StopAtDocumentType;
+    documentTypeMet = false;
     XmlDocument doc(
-        xmlReadMemory(text.data(), static_cast<int>(text.size()), "user.xml", nullptr,
-                      XML_PARSE_NONET | XML_PARSE_RECOVER | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
+        xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), "user.xml", nullptr,
+                          XML_PARSE_NONET | XML_PARSE_RECOVER | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeDoc);
+    if (documentTypeMet) {
+        problem = "it declares a document type, which Android's user files never do";
+        return none;
+    }
     if (doc == nullptr || xmlDocGetRootElement(doc.get()) == nullptr) {
         problem = "it is not XML that can be read";
         return none;
@@ -133,12 +163,26 @@ std::optional<int64_t> IntAttribute(xmlNodePtr node, const char *name) {
     return value;
 }
 
+// The name as far as MAX_NAME_BYTES, cut between two UTF-8 characters and marked.
+std::string ShownName(std::string name) {
+    if (name.size() <= MAX_NAME_BYTES) {
+        return name;
+    }
+    size_t end = MAX_NAME_BYTES;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) {
+        --end;
+    }
+    name.resize(end);
+    return name + CUT_MARK;
+}
+
 std::string LastComponent(const std::string &path) {
     size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-SourceUser ReadUser(const std::string &dir, int id) {
+// Reads one user's file and, while `photoBudget` allows, its photo.
+SourceUser ReadUser(const std::string &dir, int id, size_t &photoBudget) {
     SourceUser user;
     user.id = id;
     std::string bytes;
@@ -160,7 +204,7 @@ SourceUser ReadUser(const std::string &dir, int id) {
     for (xmlNodePtr child = root->children; child != nullptr; child = child->next) {
         if (IsElement(child, "name")) {
             xmlChar *content = xmlNodeGetContent(child);
-            user.name = content != nullptr ? reinterpret_cast<const char *>(content) : "";
+            user.name = ShownName(content != nullptr ? reinterpret_cast<const char *>(content) : "");
             xmlFree(content);
             break;
         }
@@ -170,8 +214,10 @@ SourceUser ReadUser(const std::string &dir, int id) {
     std::string icon = LastComponent(Attribute(root, "icon").value_or("photo.png"));
     std::string photo;
     if (!icon.empty() && icon != "." && icon != ".." &&
-        ReadFile(dir + std::to_string(id) + "/" + icon, MAX_PHOTO_BYTES, photo).empty() &&
+        ReadFile(dir + std::to_string(id) + "/" + icon, std::min(MAX_PHOTO_BYTES, photoBudget), photo)
+            .empty() &&
         photo.compare(0, PNG_SIGNATURE.size(), PNG_SIGNATURE) == 0) {
+        photoBudget -= photo.size();
         user.photoPng = std::move(photo);
     }
     return user;
@@ -224,8 +270,17 @@ SourceUserList ReadSourceUsers(const std::string &sourceXmlDir) {
     if (!list.problem.empty()) {
         ids = UserFileIds(dir);
     }
+    std::unordered_set<int> read;
+    size_t photoBudget = MAX_ALL_PHOTOS_BYTES;
     for (int id : ids) {
-        list.users.push_back(ReadUser(dir, id));
+        if (read.insert(id).second) {
+            list.users.push_back(ReadUser(dir, id, photoBudget));
+        } else {
+            SourceUser again;
+            again.id = id;
+            again.problem = LISTED_AGAIN;
+            list.users.push_back(std::move(again));
+        }
     }
     return list;
 }

@@ -28,7 +28,10 @@ struct SourceUserList {
 };
 
 // Reads userlist.xml and every listed <id>.xml (binary or text XML) and photo below `sourceXmlDir`,
-// never following a link. Files that cannot be read are described, not fatal.
+// never following a link. Files that cannot be read are described, not fatal. A user listed again
+// is listed with a problem and not read again; document types (and so entities) are refused in
+// every encoding; names are cut at 1 KiB and photos kept while they add up to 32 MiB, so that what
+// the record holds stays within a small multiple of the files.
 SourceUserList ReadSourceUsers(const std::string &sourceXmlDir);
 
 // Android's user flags by name, "PRIMARY|ADMIN|INITIALIZED|FULL|SYSTEM"; bits Android does not

@@ -87,6 +87,22 @@ void MaskCapture(RunCapture &capture, const std::vector<std::string> &secrets) {
     MaskOccurrences(capture.journal, secrets);
     MaskOccurrences(capture.osAccountsBefore, secrets);
     MaskOccurrences(capture.osAccountsAfter, secrets);
+    // The phone's own texts too: a secret may sit in a user's name or a file's name.
+    for (auto &user : capture.sourceUsers.users) {
+        for (std::optional<std::string> *text : {&user.name, &user.type}) {
+            if (text->has_value()) {
+                MaskOccurrences(**text, secrets);
+            }
+        }
+    }
+    for (auto &file : capture.laid.laid) {
+        MaskOccurrences(file.from, secrets);
+        MaskOccurrences(file.to, secrets);
+    }
+    for (auto &entry : capture.laid.leftOut) {
+        MaskOccurrences(entry.path, secrets);
+        MaskOccurrences(entry.reason, secrets);
+    }
 }
 
 bool UserRestoreRan(const std::vector<LogRecord> &logs) {
