@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "account_restore_vocabulary.h"
 #include "batch.h"
 #include "batch_index.h"
 #include "batch_merge.h"
@@ -45,7 +46,7 @@ namespace {
 constexpr int EXIT_RESTORED = 0;
 constexpr int EXIT_NOT_RESTORED = 1;
 constexpr int EXIT_USAGE = 2;
-const std::string WORK_ROOT = "/data/service/el1/public/update/migrate_server/plugins/200/";
+const std::string WORK_ROOT = Zarvo::RestoreVocabulary::PLUGIN_ROOT_PATH;
 const std::string SAMPLE_SNAPSHOT = "/data/runner/sample_phone";
 const std::string APP_DATA_ROOT = "/data/app";
 
@@ -112,9 +113,12 @@ int FirstActiveUser() {
     return -1;
 }
 
-nlohmann::json OsAccountsJson() {
-    nlohmann::json state = nlohmann::json::parse(DeviceStateToJson(), nullptr, false);
-    return state.is_object() && state.contains("osAccounts") ? state["osAccounts"] : nlohmann::json::array();
+std::vector<std::pair<std::string, int>> CallCounts() {
+    std::vector<std::pair<std::string, int>> counts;
+    for (const std::string &operation : FaultableOperations()) {
+        counts.emplace_back(operation, CallCount(operation));
+    }
+    return counts;
 }
 
 int Run(const Options &options, int64_t startNs) {
@@ -130,7 +134,8 @@ int Run(const Options &options, int64_t startNs) {
             return Fail(error);
         }
     }
-    capture.osAccountsBefore = OsAccountsJson();
+    capture.osAccountsBefore = OsAccounts();
+    capture.faults = InjectedFaults();
 
     std::string snapshot = options.snapshot;
     if (snapshot.empty()) {
@@ -150,7 +155,7 @@ int Run(const Options &options, int64_t startNs) {
         return Fail(error);
     }
     // Read now: the plug-in removes the work tree.
-    capture.sourceUsers = ReadSourceUsers(WORK_ROOT + "back/sourceXml/");
+    capture.sourceUsers = ReadSourceUsers(WORK_ROOT + Zarvo::RestoreVocabulary::SOURCE_XML_DIR);
 
     MigrateServiceProcess service;
     if (!options.useRunningService) {
@@ -187,7 +192,8 @@ int Run(const Options &options, int64_t startNs) {
     capture.journal = service.Stop();
     capture.logs = CapturedLogs();
     capture.events = CapturedEvents();
-    capture.osAccountsAfter = OsAccountsJson();
+    capture.osAccountsAfter = OsAccounts();
+    capture.callCounts = CallCounts();
     capture.handedFiles = CollectFiles(APP_DATA_ROOT);
     capture.workTreeRemoved = !fs::exists(WORK_ROOT);
     capture.totalMs = MsSince(startNs);

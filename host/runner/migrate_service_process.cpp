@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
 
@@ -140,8 +141,45 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
                  : "the migrate service did not start listening within " + limit + ".";
 }
 
-nlohmann::json MigrateServiceProcess::Stop() {
-    nlohmann::json journal = nlohmann::json::array();
+namespace {
+
+// One line of the daemon's journal file as the entry it recorded; false for a line that is not one.
+bool JournalEntryOf(const std::string &line, JournalEntry &entry) {
+    const nlohmann::json json = nlohmann::json::parse(line, nullptr, false);
+    if (!json.is_object()) {
+        return false;
+    }
+    auto text = [&json](const char *key) { return json.value(key, std::string()); };
+    entry.seq = json.value("seq", uint64_t{0});
+    entry.timeMs = json.value("timeMs", int64_t{0});
+    entry.connection = json.value("connection", uint64_t{0});
+    const std::string outcome = text("outcome");
+    for (JournalOutcome candidate :
+         {JournalOutcome::SERVED, JournalOutcome::REFUSED, JournalOutcome::FAULT, JournalOutcome::DROPPED,
+          JournalOutcome::INCOMPLETE, JournalOutcome::CLOSED}) {
+        if (JournalOutcomeName(candidate) == outcome) {
+            entry.outcome = candidate;
+        }
+    }
+    entry.request.type = json.value("type", int32_t{0});
+    entry.request.src = text("src");
+    entry.request.dst = text("dst");
+    entry.request.uid = text("uid");
+    entry.request.gid = text("gid");
+    entry.request.perm = text("perm");
+    entry.request.recurseOpt = json.value("recurseOpt", int32_t{0});
+    entry.result = json.value("result", int32_t{0});
+    entry.errCode = json.value("errCode", int32_t{0});
+    entry.pkgNum = json.value("pkgNum", int32_t{0});
+    entry.durationUs = json.value("durationUs", int64_t{0});
+    entry.note = text("note");
+    return true;
+}
+
+}  // namespace
+
+std::vector<JournalEntry> MigrateServiceProcess::Stop() {
+    std::vector<JournalEntry> journal;
     if (pid_ > 0) {
         kill(pid_, SIGTERM);
         int status = 0;
@@ -154,8 +192,8 @@ nlohmann::json MigrateServiceProcess::Stop() {
     if (!journalPath_.empty()) {
         std::ifstream in(journalPath_);
         for (std::string line; std::getline(in, line);) {
-            nlohmann::json entry = nlohmann::json::parse(line, nullptr, false);
-            if (!entry.is_discarded()) {
+            JournalEntry entry;
+            if (JournalEntryOf(line, entry)) {
                 journal.push_back(std::move(entry));
             }
         }

@@ -3,8 +3,10 @@
 
 #include <sys/types.h>
 
-#include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
+
+#include "migrate_service/request_journal.h"
 
 namespace Zarvo::Host {
 
@@ -21,8 +23,9 @@ public:
     // Returns an empty text on success, else one sentence.
     std::string Start(const std::string &binDir, const std::string &deviceState,
                       const std::string &journalPath);
-    // Stops the daemon (if it was started) and returns its request journal as a JSON array.
-    nlohmann::json Stop();
+    // Stops the daemon (if it was started) and returns its request journal, read from the file the
+    // daemon wrote: the one place the runner reads the daemon's output.
+    std::vector<JournalEntry> Stop();
 
 private:
     pid_t pid_ = -1;

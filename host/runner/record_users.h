@@ -2,41 +2,34 @@
 #define HOST_RUNNER_RECORD_USERS_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "platform_control/log_capture.h"
+#include "code_names.h"
 #include "record_source_users.h"
 
 namespace Zarvo::Host {
 
-// What became of one source user, read from the plug-in's log.
+// What became of one source user.
 struct UserOutcome {
     int sourceId = -1;
-    std::string decision;  // "updated", "created", "existed", "skipped" or "failed"
+    // "updated", "created", "existed", "skipped", "failed" or "not reached"
+    std::string decision;
     int localId = -1;
-    std::string detail;                    // the plug-in's error lines when it failed
+    std::string detail;       // the plug-in's error lines when it failed
+    std::string explanation;  // why, in plain words, as one or two sentences
+    std::string cause;        // why it failed or was not reached, naming the user, without a final period
+    int tries = 0;            // calls of the account manager for this user, when they failed
+    std::vector<NamedCode> codes;
     std::vector<std::string> pluginLines;  // every line the plug-in wrote while it took this user
 };
 
-// The fault event the plug-in sent about a user.
-struct UserFault {
-    std::string type;  // ERROR_TYPE
-    int64_t code = 0;  // ERROR_CODE
-};
-
-// The plug-in's message without its "[file(line)]" prefix.
-std::string MessageOf(const LogRecord &record);
-
-// Reads the users' fates from the plug-in's log lines, in the order the plug-in took them.
-std::vector<UserOutcome> UserOutcomesFromLog(const std::vector<LogRecord> &logs);
-
-// What became of the user and why, in plain words for a person checking the migration. `source`
-// is the runner's own reading of the user's file (null when the user list did not name it),
-// `leftOut` why the snapshot's file was not laid (empty when it was).
-std::string ExplainUser(const UserOutcome &outcome, const SourceUser *source,
-                        const std::optional<UserFault> &fault, const std::string &leftOut);
+// Why a user's type and flags were not carried over, from the runner's own reading of its file.
+std::string ExplainSkipped(const SourceUser *source);
+// Why a user file could not be parsed, from the parse's event code.
+std::string ExplainParseFailure(int64_t code, const SourceUser *source);
+// Why a user file could not be converted, from the conversion's event code.
+std::string ExplainConversionFailure(int64_t code);
 
 }  // namespace Zarvo::Host
 

@@ -7,26 +7,28 @@
 #include <fstream>
 #include <sstream>
 
+#include "account_restore_vocabulary.h"
 #include "binary_xml/value_text.h"
-#include "hilog/log.h"
+#include "code_names.h"
 #include "record_secrets.h"
 
 namespace Zarvo::Host {
 namespace fs = std::filesystem;
 namespace {
 
-const std::string EXPORT_FILE_NAME = "account_manager_db.json";
+const std::string EXPORT_FILE_NAME = RestoreVocabulary::ACCOUNT_JSON_NAME;
 const std::string PNG_DATA_URI_PREFIX = "data:image/png;base64,";
 
 std::vector<FaultEvent> FaultEventsOf(const std::vector<EventRecord> &captured) {
     std::vector<FaultEvent> events;
     for (const auto &event : captured) {
-        // The parsed line must outlive the loop: a range-for over a member of a temporary would
-        // read a destroyed document.
-        const nlohmann::json line = nlohmann::json::parse(EventToJson(event));
-        FaultEvent fault{event.domain, event.name, event.type, nlohmann::json::object()};
-        for (const auto &param : line["params"]) {
-            fault.params[param["name"].get<std::string>()] = param["value"];
+        FaultEvent fault{event.domain, event.name, event.type, event.params, std::nullopt};
+        if (std::optional<int64_t> code = fault.Number(RestoreVocabulary::PARAM_ERROR_CODE)) {
+            // A failed OS account call carries the account manager's answer; the rest are the plug-in's own.
+            const bool accountAnswer =
+                fault.Text(RestoreVocabulary::PARAM_ERROR_TYPE) == RestoreVocabulary::CREATE_USER_ERROR &&
+                *code != 0;
+            fault.code = NameCode(accountAnswer ? CodeSource::OS_ACCOUNT : CodeSource::EVENT, *code);
         }
         events.push_back(std::move(fault));
     }
@@ -77,6 +79,20 @@ std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, boo
     return std::nullopt;
 }
 
+void MaskAccounts(std::vector<AccountSA::OsAccountInfo> &accounts, const std::vector<std::string> &secrets) {
+    for (auto &account : accounts) {
+        std::string name = account.GetLocalName();
+        std::string shortName = account.GetShortName();
+        std::string photo = account.GetPhoto();
+        MaskOccurrences(name, secrets);
+        MaskOccurrences(shortName, secrets);
+        MaskOccurrences(photo, secrets);
+        account.SetLocalName(name);
+        account.SetShortName(shortName);
+        account.SetPhoto(photo);
+    }
+}
+
 void MaskCapture(RunCapture &capture, const std::vector<std::string> &secrets) {
     for (auto &record : capture.logs) {
         MaskOccurrences(record.message, secrets);
@@ -84,9 +100,11 @@ void MaskCapture(RunCapture &capture, const std::vector<std::string> &secrets) {
     for (auto &file : capture.handedFiles) {
         MaskOccurrences(file.content, secrets);
     }
-    MaskOccurrences(capture.journal, secrets);
-    MaskOccurrences(capture.osAccountsBefore, secrets);
-    MaskOccurrences(capture.osAccountsAfter, secrets);
+    for (auto &entry : capture.journal) {
+        MaskOccurrences(entry.request.src, secrets);
+        MaskOccurrences(entry.request.dst, secrets);
+        MaskOccurrences(entry.note, secrets);
+    }
     // The phone's own texts too: a secret may sit in a user's name or a file's name.
     for (auto &user : capture.sourceUsers.users) {
         for (std::optional<std::string> *text : {&user.name, &user.type}) {
@@ -103,99 +121,31 @@ void MaskCapture(RunCapture &capture, const std::vector<std::string> &secrets) {
         MaskOccurrences(entry.path, secrets);
         MaskOccurrences(entry.reason, secrets);
     }
+    MaskAccounts(capture.osAccountsBefore, secrets);
+    MaskAccounts(capture.osAccountsAfter, secrets);
 }
 
-bool UserRestoreRan(const std::vector<LogRecord> &logs) {
-    for (const auto &record : logs) {
-        if (record.file == "user_data_manager.cpp" && MessageOf(record) == "DoRestoreData called.") {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Why no account was handed over: the database has none, or the account restore's error lines.
-std::string NoAccountNote(const std::vector<LogRecord> &logs) {
-    std::string errors;
-    for (const auto &record : logs) {
-        const std::string message = MessageOf(record);
-        if (message.find("database has no cvid data") != std::string::npos) {
-            return "no account of the account service in the database; nothing handed over";
-        }
-        if (message == "AccountDataManager DoRestoreData failed.") {
-            return "no account handed over; the account restore failed: " + errors;
-        }
-        if (record.level == LOG_ERROR && record.file == "account_data_manager.cpp") {
-            errors += (errors.empty() ? "" : " / ") + message;
-        }
-    }
-    return "no account handed over";
-}
-
-std::optional<UserFault> FaultAbout(int sourceId, const std::vector<FaultEvent> &events) {
-    const std::string file = std::to_string(sourceId) + ".xml";
-    for (const auto &event : events) {
-        const nlohmann::json &message =
-            event.params.contains("ERROR_MESSAGE") ? event.params["ERROR_MESSAGE"] : nullptr;
-        if (message.is_string() && message.get<std::string>().compare(0, file.size(), file) == 0) {
-            const nlohmann::json &code =
-                event.params.contains("ERROR_CODE") ? event.params["ERROR_CODE"] : nullptr;
-            const nlohmann::json &type =
-                event.params.contains("ERROR_TYPE") ? event.params["ERROR_TYPE"] : nullptr;
-            return UserFault{type.is_string() ? type.get<std::string>() : "",
-                             code.is_number_integer() ? code.get<int64_t>() : 0};
-        }
-    }
-    return std::nullopt;
-}
-
-std::string LeftOutReason(int sourceId, const LaidSnapshot &laid) {
-    const std::string file = std::to_string(sourceId) + ".xml";
-    for (const auto &entry : laid.leftOut) {
-        if (entry.path == "system/users/" + file || entry.path == "back/sourceXml/" + file) {
-            return entry.reason;
-        }
-    }
-    return "";
-}
-
-bool OsAccountHasPhoto(const nlohmann::json &accounts, int localId) {
+bool OsAccountHasPhoto(const std::vector<AccountSA::OsAccountInfo> &accounts, int localId) {
     for (const auto &account : accounts) {
-        if (account.value("localId", -1) == localId) {
-            return !account.value("photo", "").empty();
+        if (account.GetLocalId() == localId) {
+            return !account.GetPhoto().empty();
         }
     }
     return false;
 }
 
-std::vector<UserRecord> UsersOf(const RunRecord &record) {
-    const RunCapture &capture = record.capture;
+std::vector<UserRecord> UsersOf(const RunCapture &capture, std::vector<UserOutcome> outcomes) {
     std::vector<UserRecord> users;
     std::vector<bool> taken(capture.sourceUsers.users.size(), false);
-    for (auto &outcome : UserOutcomesFromLog(capture.logs)) {
-        UserRecord user{outcome, "", std::nullopt, ""};
+    for (auto &outcome : outcomes) {
+        UserRecord user{std::move(outcome), std::nullopt, ""};
         for (size_t i = 0; i < taken.size(); ++i) {
-            if (!taken[i] && capture.sourceUsers.users[i].id == outcome.sourceId) {
+            if (!taken[i] && capture.sourceUsers.users[i].id == user.outcome.sourceId) {
                 user.source = capture.sourceUsers.users[i];
                 taken[i] = true;
                 break;
             }
         }
-        user.explanation = ExplainUser(outcome, user.source ? &*user.source : nullptr,
-                                       FaultAbout(outcome.sourceId, record.events),
-                                       LeftOutReason(outcome.sourceId, capture.laid));
-        users.push_back(std::move(user));
-    }
-    // Users of the phone the plug-in never took: it could not read the list, or did not run.
-    for (size_t i = 0; i < taken.size(); ++i) {
-        if (!taken[i]) {
-            UserOutcome outcome{capture.sourceUsers.users[i].id, "not taken", -1, "", {}};
-            const std::string why =
-                record.usersNote.empty() ? "The plug-in did not take this user." : record.usersNote;
-            users.push_back({outcome, why, capture.sourceUsers.users[i], ""});
-        }
-    }
-    for (auto &user : users) {
         if (user.source && !user.source->photoPng.empty() &&
             (user.outcome.localId < 0 || !OsAccountHasPhoto(capture.osAccountsAfter, user.outcome.localId))) {
             user.phonePhoto = PNG_DATA_URI_PREFIX;
@@ -204,20 +154,85 @@ std::vector<UserRecord> UsersOf(const RunRecord &record) {
         if (user.source) {
             user.source->photoPng.clear();
         }
+        users.push_back(std::move(user));
     }
     return users;
 }
 
-std::string UsersNote(const RunCapture &capture, bool ran) {
-    if (!ran) {
-        return "The user restore did not run: it runs only when the active OS account is the administrator "
-               "(100).";
+// Restored or not, and why not: the abort first (it explains what follows it), then the account,
+// then the users in the order the plug-in took them.
+Verdict VerdictOf(const RunRecord &record) {
+    Verdict verdict;
+    verdict.restored = record.capture.result;
+    if (record.abort) {
+        verdict.reasons.push_back(record.abort->sentence);
     }
-    std::string note = "The plug-in could not read the user list (userlist.xml), so it took no user.";
-    if (!capture.sourceUsers.problem.empty()) {
-        note += " The runner found: " + capture.sourceUsers.problem + ".";
+    if (record.accountOutcome.state == "not restored" &&
+        (!record.abort || record.accountOutcome.reason != record.abort->sentence)) {
+        verdict.reasons.push_back("the account was not restored: " + record.accountOutcome.reason);
     }
-    return note;
+    bool notReachedTold = false;
+    for (const auto &user : record.users) {
+        const bool stoppedHere =
+            record.abort && user.outcome.cause.find(record.abort->sentence) != std::string::npos;
+        if (user.outcome.decision == "failed" && !stoppedHere) {
+            verdict.reasons.push_back(user.outcome.cause);
+        } else if (user.outcome.decision == "not reached" && !notReachedTold && !record.abort) {
+            verdict.reasons.push_back("no user was restored: " + record.usersNote);
+            notReachedTold = true;
+        }
+    }
+    if (verdict.restored) {
+        int carried = 0;
+        for (const auto &user : record.users) {
+            carried += user.outcome.decision == "created" || user.outcome.decision == "updated" ||
+                       user.outcome.decision == "existed";
+        }
+        verdict.sentence = std::string("Restored: ") +
+                           (record.accountOutcome.state == "handed over" ? "the account was handed over"
+                                                                         : "there was no account to carry") +
+                           ", and " + std::to_string(carried) + " of " + std::to_string(record.users.size()) +
+                           " users of the phone are on the device.";
+    } else {
+        verdict.sentence =
+            "Not restored: " +
+            (verdict.reasons.empty() ? "RestoreData returned false, and the plug-in's lines name no cause"
+                                     : verdict.reasons.front()) +
+            ".";
+    }
+    return verdict;
+}
+
+void AddCode(std::vector<NamedCode> &codes, const NamedCode &code) {
+    for (const auto &known : codes) {
+        if (known.source == code.source && known.value == code.value) {
+            return;
+        }
+    }
+    codes.push_back(code);
+}
+
+std::vector<NamedCode> CodesOf(const RunRecord &record) {
+    std::vector<NamedCode> codes;
+    for (const auto &code : record.accountOutcome.codes) {
+        AddCode(codes, code);
+    }
+    for (const auto &event : record.events) {
+        if (event.code) {
+            AddCode(codes, *event.code);
+        }
+    }
+    for (const auto &user : record.users) {
+        for (const auto &code : user.outcome.codes) {
+            AddCode(codes, code);
+        }
+    }
+    for (const auto &entry : record.capture.journal) {
+        if (entry.result < 0) {
+            AddCode(codes, NameCode(CodeSource::ERRNO, entry.errCode));
+        }
+    }
+    return codes;
 }
 
 }  // namespace
@@ -227,22 +242,38 @@ RunRecord BuildRunRecord(RunCapture capture, bool showSecrets) {
     record.secretsShown = showSecrets;
     std::vector<std::string> secrets;
     record.account = HandedAccountOf(capture.handedFiles, showSecrets, secrets);
-    if (!record.account) {
-        record.accountNote = NoAccountNote(capture.logs);
-    }
     MaskCapture(capture, secrets);
     record.events = FaultEventsOf(capture.events);
     for (auto &event : record.events) {
-        MaskOccurrences(event.params, secrets);
+        for (auto &param : event.params) {
+            MaskOccurrences(param.stringValue, secrets);
+        }
     }
-    record.userRestoreRan = UserRestoreRan(capture.logs);
+    RestoreObservation observation;
+    observation.result = capture.result;
+    observation.logs = &capture.logs;
+    observation.events = &record.events;
+    observation.osAccountsBefore = &capture.osAccountsBefore;
+    observation.osAccountsAfter = &capture.osAccountsAfter;
+    observation.faults = &capture.faults;
+    observation.callCounts = &capture.callCounts;
+    observation.journal = &capture.journal;
+    observation.sourceUsers = &capture.sourceUsers;
+    observation.laid = &capture.laid;
+    observation.accountHandedOver = record.account.has_value();
+    RestoreReading reading = ReadRestore(observation);
+    record.accountOutcome = reading.account;
+    if (!record.account) {
+        record.accountNote = record.accountOutcome.state + ": " + record.accountOutcome.reason;
+    }
+    record.abort = reading.abort;
+    record.userRestoreRan = reading.userRestoreRan;
+    record.usersNote = reading.usersNote;
+    record.users = UsersOf(capture, std::move(reading.users));
     record.capture = std::move(capture);
-    const bool anyTaken = !UserOutcomesFromLog(record.capture.logs).empty();
-    if (!anyTaken) {
-        record.usersNote = UsersNote(record.capture, record.userRestoreRan);
-    }
-    record.users = UsersOf(record);
     record.capture.sourceUsers.users.clear();
+    record.verdict = VerdictOf(record);
+    record.codes = CodesOf(record);
     return record;
 }
 

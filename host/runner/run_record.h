@@ -8,8 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "migrate_service/request_journal.h"
+#include "os_account_info.h"
+#include "platform_control/device_state.h"
 #include "platform_control/event_capture.h"
 #include "platform_control/log_capture.h"
+#include "record_restore.h"
 #include "record_source_users.h"
 #include "record_users.h"
 #include "snapshot.h"
@@ -34,22 +38,17 @@ struct RunCapture {
     SourceUserList sourceUsers;  // read from the work tree before the call
     std::vector<LogRecord> logs;
     std::vector<EventRecord> events;
-    nlohmann::json osAccountsBefore = nlohmann::json::array();
-    nlohmann::json osAccountsAfter = nlohmann::json::array();
+    std::vector<AccountSA::OsAccountInfo> osAccountsBefore;
+    std::vector<AccountSA::OsAccountInfo> osAccountsAfter;
+    std::vector<InjectedFault> faults;                    // armed before the call
+    std::vector<std::pair<std::string, int>> callCounts;  // of every faultable operation, after the call
     std::vector<HandedFile> handedFiles;
-    nlohmann::json journal = nlohmann::json::array();
+    std::vector<JournalEntry> journal;
     bool workTreeRemoved = false;
     double setupMs = 0;
     double serviceStartMs = 0;
     double restoreMs = 0;
     double totalMs = 0;
-};
-
-struct FaultEvent {
-    std::string domain;
-    std::string name;
-    int type = 0;
-    nlohmann::json params = nlohmann::json::object();  // name to value
 };
 
 // The account handed over, read from the export file the plug-in wrote to the account app.
@@ -67,9 +66,15 @@ struct HandedAccount {
 // One source user: what became of it, why, and what the phone's file says about it.
 struct UserRecord {
     UserOutcome outcome;
-    std::string explanation;
     std::optional<SourceUser> source;
     std::string phonePhoto;  // the phone's photo as a data URI, when no OS account carries one
+};
+
+// Whether the phone was restored, and the first reason it was not, in one sentence.
+struct Verdict {
+    bool restored = false;
+    std::string sentence;              // "Not restored: user 10's OS account 101 could not be created, ..."
+    std::vector<std::string> reasons;  // every reason, the first one first
 };
 
 // Everything one run did, built once; the summary, the JSON report and the page only show it.
@@ -77,11 +82,15 @@ struct RunRecord {
     RunCapture capture;  // with every secret masked unless `secretsShown`
     bool secretsShown = false;
     std::optional<HandedAccount> account;
+    AccountOutcome accountOutcome;
     std::string accountNote;  // why none was handed over
+    std::optional<RestoreAbort> abort;
     bool userRestoreRan = false;
     std::string usersNote;  // why no user was taken, when none was
     std::vector<FaultEvent> events;
     std::vector<UserRecord> users;
+    Verdict verdict;
+    std::vector<NamedCode> codes;  // every code the record mentions, once each
 };
 
 // Derives the record from a capture: the handed account, every user's fate in plain words, the

@@ -1,7 +1,7 @@
 #include "view_report_json.h"
 
-
 #include "hilog/log.h"
+#include "plugin_lines.h"
 
 namespace Zarvo::Host {
 namespace {
@@ -44,6 +44,129 @@ nlohmann::json AccountJson(const RunRecord &record) {
             {"mode", ModeText(account.file.mode)}};
 }
 
+nlohmann::json CodeJson(const NamedCode &code) {
+    return {{"value", code.value},
+            {"hex", code.hex},
+            {"name", code.name},
+            {"meaning", code.meaning},
+            {"from", SourceName(code.source)}};
+}
+
+nlohmann::json CodesJson(const std::vector<NamedCode> &codes) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto &code : codes) {
+        list.push_back(CodeJson(code));
+    }
+    return list;
+}
+
+nlohmann::json ParamsJson(const std::vector<HiviewDFX::HiSysEventParam> &params) {
+    using Type = HiviewDFX::HiSysEventParam::Type;
+    nlohmann::json object = nlohmann::json::object();
+    for (const auto &param : params) {
+        switch (param.type) {
+            case Type::BOOL:
+                object[param.name] = param.boolValue;
+                break;
+            case Type::INT32:
+            case Type::INT64:
+                object[param.name] = param.intValue;
+                break;
+            case Type::UINT32:
+            case Type::UINT64:
+                object[param.name] = param.uintValue;
+                break;
+            case Type::DOUBLE:
+                object[param.name] = param.doubleValue;
+                break;
+            case Type::STRING:
+                object[param.name] = param.stringValue;
+                break;
+        }
+    }
+    return object;
+}
+
+const char *AccountTypeName(AccountSA::OsAccountType type) {
+    switch (type) {
+        case AccountSA::OsAccountType::ADMIN:
+            return "ADMIN";
+        case AccountSA::OsAccountType::NORMAL:
+            return "NORMAL";
+        case AccountSA::OsAccountType::GUEST:
+            return "GUEST";
+        case AccountSA::OsAccountType::PRIVATE:
+            return "PRIVATE";
+        default:
+            return nullptr;
+    }
+}
+
+// In the device-state file's format.
+nlohmann::json OsAccountsJson(const std::vector<AccountSA::OsAccountInfo> &accounts) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto &info : accounts) {
+        const char *typeName = AccountTypeName(info.GetType());
+        list.push_back({{"localId", info.GetLocalId()},
+                        {"localName", info.GetLocalName()},
+                        {"shortName", info.GetShortName()},
+                        {"type", typeName != nullptr ? nlohmann::json(typeName)
+                                                     : nlohmann::json(static_cast<int32_t>(info.GetType()))},
+                        {"serialNumber", info.GetSerialNumber()},
+                        {"createTime", info.GetCreateTime()},
+                        {"lastLoginTime", info.GetLastLoginTime()},
+                        {"photo", info.GetPhoto()},
+                        {"isActived", info.GetIsActived()},
+                        {"isVerified", info.GetIsVerified()},
+                        {"isCreateCompleted", info.GetIsCreateCompleted()},
+                        {"toBeRemoved", info.GetToBeRemoved()}});
+    }
+    return list;
+}
+
+// In the migrate service's journal format.
+nlohmann::json JournalJson(const std::vector<JournalEntry> &journal) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto &entry : journal) {
+        list.push_back({{"seq", entry.seq},
+                        {"timeMs", entry.timeMs},
+                        {"connection", entry.connection},
+                        {"outcome", JournalOutcomeName(entry.outcome)},
+                        {"type", entry.request.type},
+                        {"operation", MigrateOpName(entry.request.type)},
+                        {"src", entry.request.src},
+                        {"dst", entry.request.dst},
+                        {"uid", entry.request.uid},
+                        {"gid", entry.request.gid},
+                        {"perm", entry.request.perm},
+                        {"recurseOpt", entry.request.recurseOpt},
+                        {"result", entry.result},
+                        {"errCode", entry.errCode},
+                        {"pkgNum", entry.pkgNum},
+                        {"durationUs", entry.durationUs},
+                        {"note", entry.note}});
+    }
+    return list;
+}
+
+nlohmann::json VerdictJson(const RunRecord &record) {
+    return {{"restored", record.verdict.restored},
+            {"sentence", record.verdict.sentence},
+            {"reasons", record.verdict.reasons}};
+}
+
+nlohmann::json AbortJson(const RunRecord &record) {
+    if (!record.abort) {
+        return nullptr;
+    }
+    const RestoreAbort &abort = *record.abort;
+    return {{"exception", abort.exception},
+            {"operation", abort.operation},
+            {"where", abort.where},
+            {"why", abort.why},
+            {"sentence", abort.sentence}};
+}
+
 nlohmann::json SourceJson(const std::optional<SourceUser> &source) {
     if (!source) {
         return nullptr;
@@ -63,7 +186,10 @@ nlohmann::json UsersJson(const RunRecord &record) {
                          {"decision", user.outcome.decision},
                          {"localId", user.outcome.localId},
                          {"detail", user.outcome.detail},
-                         {"explanation", user.explanation},
+                         {"explanation", user.outcome.explanation},
+                         {"cause", user.outcome.cause},
+                         {"tries", user.outcome.tries},
+                         {"codes", CodesJson(user.outcome.codes)},
                          {"pluginLines", user.outcome.pluginLines},
                          {"source", SourceJson(user.source)},
                          {"phonePhoto", user.phonePhoto}});
@@ -87,8 +213,11 @@ nlohmann::json ReportJson(const RunRecord &record) {
     }
     nlohmann::json events = nlohmann::json::array();
     for (const auto &event : record.events) {
-        events.push_back(
-            {{"domain", event.domain}, {"name", event.name}, {"type", event.type}, {"params", event.params}});
+        events.push_back({{"domain", event.domain},
+                          {"name", event.name},
+                          {"type", event.type},
+                          {"params", ParamsJson(event.params)},
+                          {"code", event.code ? CodeJson(*event.code) : nlohmann::json(nullptr)}});
     }
     nlohmann::json files = nlohmann::json::array();
     for (const auto &file : capture.handedFiles) {
@@ -108,6 +237,13 @@ nlohmann::json ReportJson(const RunRecord &record) {
     }
     const SourceUserList &list = capture.sourceUsers;
     return {{"result", capture.result},
+            {"verdict", VerdictJson(record)},
+            {"abort", AbortJson(record)},
+            {"accountOutcome",
+             {{"state", record.accountOutcome.state},
+              {"reason", record.accountOutcome.reason},
+              {"codes", CodesJson(record.accountOutcome.codes)}}},
+            {"codes", CodesJson(record.codes)},
             {"plugin", capture.plugin},
             {"snapshot", capture.snapshot},
             {"snapshotRoot", capture.laid.root},
@@ -120,11 +256,11 @@ nlohmann::json ReportJson(const RunRecord &record) {
             {"userRestore", {{"ran", record.userRestoreRan}, {"note", record.usersNote}}},
             {"logs", logs},
             {"events", events},
-            {"osAccountsBefore", capture.osAccountsBefore},
-            {"osAccountsAfter", capture.osAccountsAfter},
+            {"osAccountsBefore", OsAccountsJson(capture.osAccountsBefore)},
+            {"osAccountsAfter", OsAccountsJson(capture.osAccountsAfter)},
             {"handedFiles", files},
             {"users", UsersJson(record)},
-            {"migrateJournal", capture.journal},
+            {"migrateJournal", JournalJson(capture.journal)},
             {"workTreeRemoved", capture.workTreeRemoved},
             {"elapsedMs",
              {{"setup", capture.setupMs},

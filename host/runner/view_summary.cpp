@@ -2,23 +2,20 @@
 
 #include <iomanip>
 
+#include "account_restore_vocabulary.h"
 #include "printable.h"
 
 namespace Zarvo::Host {
 namespace {
 
-std::string Param(const FaultEvent &event, const char *name) {
-    if (!event.params.contains(name)) {
-        return "";
-    }
-    const nlohmann::json &value = event.params[name];
-    return Printable(value.is_string() ? value.get<std::string>() : value.dump());
+std::string CodeLine(const NamedCode &code) {
+    return code.hex + " " + code.name + ": " + code.meaning + " (" + SourceName(code.source) + ")";
 }
 
 void WriteAccount(const RunRecord &record, std::ostream &out) {
     out << "Account: ";
     if (!record.account) {
-        out << Printable(record.accountNote) << "\n";
+        out << record.accountOutcome.state << " (" << Printable(record.accountOutcome.reason) << ")\n";
         return;
     }
     const HandedAccount &account = *record.account;
@@ -46,7 +43,7 @@ void WriteUsers(const RunRecord &record, std::ostream &out) {
         if (user.outcome.localId >= 0) {
             out << " as OS account " << user.outcome.localId;
         }
-        out << " (" << Printable(user.explanation) << ")\n";
+        out << " (" << Printable(user.outcome.explanation) << ")\n";
         if (!user.outcome.detail.empty() && user.outcome.decision == "failed") {
             out << "    plug-in: " << Printable(user.outcome.detail) << "\n";
         }
@@ -58,6 +55,11 @@ void WriteUsers(const RunRecord &record, std::ostream &out) {
 void WriteSummary(const RunRecord &record, std::ostream &out) {
     const RunCapture &capture = record.capture;
     out << "RestoreData returned " << (capture.result ? "true" : "false") << "\n";
+    out << "Verdict: " << Printable(record.verdict.sentence) << "\n";
+    if (record.abort) {
+        out << "Stopped: " << Printable(record.abort->sentence) << " (" << Printable(record.abort->exception)
+            << ")\n";
+    }
     out << "Snapshot: " << Printable(capture.snapshot) << " (data root: " << Printable(capture.laid.root)
         << ")\n";
     if (!capture.laid.leftOut.empty()) {
@@ -70,8 +72,16 @@ void WriteSummary(const RunRecord &record, std::ostream &out) {
     WriteUsers(record, out);
     out << "Fault events: " << record.events.size() << "\n";
     for (const auto &event : record.events) {
-        out << "  " << Param(event, "ERROR_TYPE") << " code " << Param(event, "ERROR_CODE") << " (task "
-            << Param(event, "TASK_ID") << "): " << Param(event, "ERROR_MESSAGE") << "\n";
+        out << "  " << Printable(event.Text(RestoreVocabulary::PARAM_ERROR_TYPE)) << " code "
+            << (event.code ? event.code->hex + " " + event.code->name : std::string("(none)")) << " (task "
+            << Printable(event.Text(RestoreVocabulary::PARAM_TASK_ID))
+            << "): " << Printable(event.Text(RestoreVocabulary::PARAM_ERROR_MESSAGE)) << "\n";
+    }
+    if (!record.codes.empty()) {
+        out << "Codes:\n";
+        for (const auto &code : record.codes) {
+            out << "  " << Printable(CodeLine(code)) << "\n";
+        }
     }
     out << "Work tree " << (capture.workTreeRemoved ? "removed" : "still present") << "\n";
     out << std::fixed << std::setprecision(1) << "Time: " << capture.totalMs << " ms (set-up "

@@ -373,6 +373,15 @@ bool InjectOutOfMemory(const std::string &operation, int count) {
     return ArmFault(operation, {0, count, true});
 }
 
+std::vector<InjectedFault> InjectedFaults() {
+    std::lock_guard<std::mutex> lock(Internal::DeviceStateMutex());
+    std::vector<InjectedFault> faults;
+    for (const auto &[operation, fault] : Internal::LockedDeviceState().faults) {
+        faults.push_back({operation, fault.code, fault.remaining, fault.outOfMemory});
+    }
+    return faults;
+}
+
 void ClearFaults() {
     std::lock_guard<std::mutex> lock(Internal::DeviceStateMutex());
     Internal::LockedDeviceState().faults.clear();

@@ -7,6 +7,7 @@
 
 #include "account_data_info.h"
 #include "account_db.h"
+#include "account_restore_vocabulary.h"
 #include "bundle_mgr_proxy.h"
 #include "file_migrate_types.h"
 #include "refbase.h"
@@ -16,15 +17,14 @@ namespace UpdateEngine {
 
 // Work directory of the plug-in with one directory per user id, and the files of a user in it.
 inline const std::string PLUGIN_BACK_PATH =
-    "/data/service/el1/public/update/migrate_server/plugins/200/back/";
-inline const std::string ACCOUNT_DB_NAME = "accounts_ce.db";
-inline const std::string ACCOUNT_JSON_NAME = "account_manager_db.json";
+    std::string(RestoreVocabulary::PLUGIN_ROOT_PATH) + RestoreVocabulary::BACK_DIR;
+inline const std::string ACCOUNT_DB_NAME = RestoreVocabulary::ACCOUNT_DB_NAME;
+inline const std::string ACCOUNT_JSON_NAME = RestoreVocabulary::ACCOUNT_JSON_NAME;
 // The account app, which receives the exported account in its backup directory.
-inline const std::string ACCOUNT_APP_BUNDLE_NAME = "com.corvan.zmx.corvanid";
-inline const std::string CVID_BACKUP_PATH_PREFIX = "/data/app/el2/";
-inline const std::string CVID_BACKUP_PATH_SUFFIX =
-    "/base/com.corvan.zmx.corvanid/haps/zmxcore_account_backup/files/ath/ce/";
-constexpr int32_t ADMIN_USER_ID = 100;
+inline const std::string ACCOUNT_APP_BUNDLE_NAME = RestoreVocabulary::ACCOUNT_APP_BUNDLE_NAME;
+inline const std::string CVID_BACKUP_PATH_PREFIX = RestoreVocabulary::CVID_BACKUP_PATH_PREFIX;
+inline const std::string CVID_BACKUP_PATH_SUFFIX = RestoreVocabulary::CVID_BACKUP_PATH_SUFFIX;
+constexpr int32_t ADMIN_USER_ID = RestoreVocabulary::ADMIN_LOCAL_ID;
 
 // Carries the account of the maker's account service of the active user from the Android account
 // database to the account app's data directory.

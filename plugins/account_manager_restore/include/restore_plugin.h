@@ -3,12 +3,14 @@
 
 #include <string>
 
+#include "account_restore_vocabulary.h"
+
 namespace Zarvo {
 namespace UpdateEngine {
 
 // The plug-in's work tree: the migrate server leaves the source files here, the plug-in writes
 // its temporary files here, and the whole tree is removed when a restore ends.
-const std::string PLUGIN_ROOT_PATH = "/data/service/el1/public/update/migrate_server/plugins/200/";
+const std::string PLUGIN_ROOT_PATH = RestoreVocabulary::PLUGIN_ROOT_PATH;
 
 class RestorePlugin {
 public:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "account_restore_vocabulary.h"
 #include "os_account_info.h"
 #include "user_xml_parse.h"
 
@@ -23,7 +24,7 @@ struct ZarvoUserDataInfo {
 };
 
 // A conversion failure whose status has no code of its own; the others run from 0x200002.
-constexpr int32_t CONVERT_UNKNOWN_ERROR = 0x200001;
+constexpr int32_t CONVERT_UNKNOWN_ERROR = RestoreVocabulary::CONVERT_UNKNOWN_ERROR;
 
 // Carries the source system's users over to OS accounts: reads the user list, restores each
 // listed user in turn and finally has redundant credentials cleared.

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "account_restore_vocabulary.h"
+
 namespace Zarvo {
 namespace UpdateEngine {
 
@@ -23,16 +25,16 @@ struct OSUserDataInfo {
 };
 
 // Results of the parse; 0 is success. The values travel as fault-event error codes.
-constexpr int32_t XML_FILE_NOT_EXIST = 0x200011;
-constexpr int32_t XML_FILE_READ_ERROR = 0x200012;
-constexpr int32_t USER_LIST_NODE_ERROR = 0x200013;
-constexpr int32_t USER_NODE_ERROR = 0x200014;
-constexpr int32_t USER_NAME_MISSING = 0x200015;
-constexpr int32_t USER_ID_MISSING = 0x200016;
-constexpr int32_t USER_FLAGS_MISSING = 0x200017;
-constexpr int32_t USER_TYPE_MISSING = 0x200018;
-constexpr int32_t USER_CREATED_MISSING = 0x200019;
-constexpr int32_t USER_SERIAL_NUMBER_MISSING = 0x20001a;
+constexpr int32_t XML_FILE_NOT_EXIST = RestoreVocabulary::XML_FILE_NOT_EXIST;
+constexpr int32_t XML_FILE_READ_ERROR = RestoreVocabulary::XML_FILE_READ_ERROR;
+constexpr int32_t USER_LIST_NODE_ERROR = RestoreVocabulary::USER_LIST_NODE_ERROR;
+constexpr int32_t USER_NODE_ERROR = RestoreVocabulary::USER_NODE_ERROR;
+constexpr int32_t USER_NAME_MISSING = RestoreVocabulary::USER_NAME_MISSING;
+constexpr int32_t USER_ID_MISSING = RestoreVocabulary::USER_ID_MISSING;
+constexpr int32_t USER_FLAGS_MISSING = RestoreVocabulary::USER_FLAGS_MISSING;
+constexpr int32_t USER_TYPE_MISSING = RestoreVocabulary::USER_TYPE_MISSING;
+constexpr int32_t USER_CREATED_MISSING = RestoreVocabulary::USER_CREATED_MISSING;
+constexpr int32_t USER_SERIAL_NUMBER_MISSING = RestoreVocabulary::USER_SERIAL_NUMBER_MISSING;
 
 // Reads the source system's user list and per-user files (text XML). Every document it
 // opens is freed before the call that opened it returns.

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "account_file_util.h"
+#include "account_restore_vocabulary.h"
 #include "file_migrate_manager.h"
 #include "iremote_broker.h"
 #include "iservice_registry.h"
@@ -39,21 +40,21 @@ AccountDataManager::~AccountDataManager() {
 
 bool AccountDataManager::DoRestoreData() {
     if (!CheckSourceData()) {
-        PLUGIN_LOGE("DoRestoreData failed, check source data return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_SOURCE_CHECK_FAILED);
         return false;
     }
     AccountDataInfo info{};
     bool hasData = true;
     if (!ParseDataBase(info, hasData)) {
-        PLUGIN_LOGE("DoRestoreData failed, parsing database return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_DATABASE_NOT_READ);
         return false;
     }
     if (!hasData) {
-        PLUGIN_LOGI("DoRestoreData success, database has no cvid data.");
+        PLUGIN_LOGI(LINE_ACCOUNT_NOTHING_TO_CARRY);
         return true;
     }
     if (!ProcessJsonFile(info)) {
-        PLUGIN_LOGE("DoRestoreData failed, Process the JSON file return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_EXPORT_FAILED);
         return false;
     }
     return true;
@@ -75,7 +76,7 @@ bool AccountDataManager::GetCurrentUserId() {
     std::vector<AccountSA::OsAccountInfo> accounts;
     AccountSA::ErrCode errCode = AccountSA::OsAccountManager::QueryAllCreatedOsAccounts(accounts);
     if (errCode != AccountSA::ERR_OK || accounts.empty()) {
-        PLUGIN_LOGE("GetCurrentUserId get system account error, err is %{public}d", errCode);
+        PLUGIN_LOGE(LINE_ACTIVE_USER_QUERY_FAILED, errCode);
         return false;
     }
     for (const auto &account : accounts) {
@@ -101,8 +102,7 @@ bool AccountDataManager::CheckDbFileExist() {
     }
     // Taken before the log call, whose arguments may allocate and so touch errno.
     const int accessErrno = errno;
-    PLUGIN_LOGE("CheckDbFileExist file is not exist errno is %{public}d, sourceDbPath_ is %{public}s",
-                accessErrno, sourceDbPath_.c_str());
+    PLUGIN_LOGE(LINE_ACCOUNT_DATABASE_MISSING, accessErrno, sourceDbPath_.c_str());
     return false;
 }
 
@@ -121,7 +121,7 @@ bool AccountDataManager::OpenDbFile() {
             return true;
         }
     }
-    PLUGIN_LOGE("OpenDbFile fail after retry 3 times");
+    PLUGIN_LOGE(LINE_ACCOUNT_DATABASE_OPEN_FAILED);
     return false;
 }
 
@@ -147,7 +147,7 @@ bool AccountDataManager::GetAccountsFromDB(AccountDataInfo &info, bool &hasData)
         return false;
     }
     if (!accountDB_->QueryAccountsFromDB(info, hasData)) {
-        PLUGIN_LOGE("GetAccountsFromDB failed, query accounts table return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_QUERY_FAILED);
         return false;
     }
     return true;
@@ -171,7 +171,7 @@ bool AccountDataManager::GetAuthtokensFromDB(AccountDataInfo &info) {
         return false;
     }
     if (!accountDB_->QueryAuthtokensFromDB(info) || info.authtoken.empty()) {
-        PLUGIN_LOGE("GetAuthtokensFromDB failed, query authtokens table return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_TOKEN_MISSING);
         return false;
     }
     return true;
@@ -183,7 +183,7 @@ bool AccountDataManager::GetExtrasFromDB(AccountDataInfo &info) {
         return false;
     }
     if (!accountDB_->QueryExtrasFromDB(info) || info.extras.empty()) {
-        PLUGIN_LOGE("GetExtrasFromDB failed, query extras table return false.");
+        PLUGIN_LOGE(LINE_ACCOUNT_EXTRAS_MISSING);
         return false;
     }
     return true;
@@ -208,8 +208,7 @@ std::string AccountDataManager::AccountDataToJson(const AccountDataInfo &info) {
         return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::strict);
     } catch (const nlohmann::json::exception &e) {
         // Only text that is not valid UTF-8 gets here; the record cannot be exported faithfully.
-        PLUGIN_LOGE("AccountDataToJson failed, the account holds text that is not UTF-8: %{public}s",
-                    e.what());
+        PLUGIN_LOGE(LINE_ACCOUNT_NOT_UTF8, e.what());
         return "";
     }
 }
@@ -218,7 +217,7 @@ bool AccountDataManager::SaveJsonToFile(const std::string &jsonText) {
     tempJsonFilePath_ = PLUGIN_BACK_PATH + std::to_string(userId_) + PATH_SEPARATOR + ACCOUNT_JSON_NAME;
     FILE *file = std::fopen(tempJsonFilePath_.c_str(), "w");
     if (file == nullptr) {
-        PLUGIN_LOGE("SaveJsonToFile fail, file = %{public}s", tempJsonFilePath_.c_str());
+        PLUGIN_LOGE(LINE_ACCOUNT_EXPORT_NOT_WRITTEN, tempJsonFilePath_.c_str());
         return false;
     }
     (void)std::fwrite(jsonText.data(), 1, jsonText.size(), file);
@@ -248,36 +247,30 @@ bool AccountDataManager::MoveFileToCvid() {
         param.dstFile = dir + ACCOUNT_JSON_NAME;
         int32_t copyResult = FileMigrateManager().CopyAllFile(tempJsonFilePath_, param);
         if (mkDirResult == 0 && copyResult == 0) {
-            PLUGIN_LOGI("MoveFileToCvid success, from : %{public}s, to : %{public}s",
-                        tempJsonFilePath_.c_str(), dir.c_str());
+            PLUGIN_LOGI(LINE_ACCOUNT_HANDED_OVER, tempJsonFilePath_.c_str(), dir.c_str());
             return true;
         }
         if (attempt == RETRY_TIMES) {
             break;
         }
-        PLUGIN_LOGI(
-            "MoveFileToCvid failed, MkDir result %{public}d, MoveFile result %{public}d, will retry after "
-            "%{public}d milliseconds",
-            mkDirResult, copyResult, RETRY_INTERVAL_MS);
+        PLUGIN_LOGI(LINE_ACCOUNT_HAND_OVER_RETRY, mkDirResult, copyResult, RETRY_INTERVAL_MS);
         PauseBeforeRetry();
     }
-    PLUGIN_LOGE("MoveFileToCvid failed, after retry 3 times, from : %{public}s, to : %{public}s",
-                tempJsonFilePath_.c_str(), dir.c_str());
+    PLUGIN_LOGE(LINE_ACCOUNT_HAND_OVER_FAILED, tempJsonFilePath_.c_str(), dir.c_str());
     return false;
 }
 
 bool AccountDataManager::CreateFileParam(FileParam &param) {
     sptr<AppExecFwk::BundleMgrProxy> bundleMgr = GetBundleMgr();
     if (bundleMgr == nullptr) {
-        PLUGIN_LOGE("CreateFileParam can not get bundleMgr.");
+        PLUGIN_LOGE(LINE_BUNDLE_MANAGER_UNREACHABLE);
         return false;
     }
     AppExecFwk::BundleInfo bundleInfo;
     int32_t errCode =
         bundleMgr->GetBundleInfo(ACCOUNT_APP_BUNDLE_NAME, BUNDLE_INFO_FLAGS, bundleInfo, userId_);
     if (errCode != 0) {
-        PLUGIN_LOGE("CreateFileParam failed to get bundle info for %{public}s due to errCode %{public}d",
-                    ACCOUNT_APP_BUNDLE_NAME.c_str(), errCode);
+        PLUGIN_LOGE(LINE_BUNDLE_INFO_FAILED, ACCOUNT_APP_BUNDLE_NAME.c_str(), errCode);
         return false;
     }
     param.uid = std::to_string(bundleInfo.uid);

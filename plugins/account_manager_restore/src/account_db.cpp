@@ -1,5 +1,6 @@
 #include "account_db.h"
 
+#include "account_restore_vocabulary.h"
 #include "rdb_errno.h"
 #include "rdb_store_config.h"
 #include "update_log.h"
@@ -63,7 +64,7 @@ bool AccountDB::InitRdb(const std::string &dbPath) {
     RdbCallback callback;
     rdb_ = NativeRdb::RdbHelper::GetRdbStore(config, DB_VERSION, callback, errCode);
     if (rdb_ == nullptr) {
-        PLUGIN_LOGE("InitRdb failed, rdb_ is nullptr, err = %{public}d", errCode);
+        PLUGIN_LOGE(LINE_ACCOUNT_DATABASE_OPEN_ERROR, errCode);
         return false;
     }
     return true;

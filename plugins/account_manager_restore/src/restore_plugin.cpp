@@ -4,6 +4,7 @@
 
 #include "account_data_manager.h"
 #include "account_file_util.h"
+#include "account_restore_vocabulary.h"
 #include "update_log.h"
 #include "user_data_manager.h"
 
@@ -11,11 +12,11 @@ namespace Zarvo {
 namespace UpdateEngine {
 
 bool RestorePlugin::RestoreData() {
-    PLUGIN_LOGI("RestoreData called.");
+    PLUGIN_LOGI(LINE_RESTORE_DATA_CALLED);
     AccountDataManager accountDataManager;
     bool accountResult = accountDataManager.DoRestoreData();
     if (!accountResult) {
-        PLUGIN_LOGE("AccountDataManager DoRestoreData failed.");
+        PLUGIN_LOGE(LINE_ACCOUNT_RESTORE_FAILED);
     }
     bool userResult = true;
     if (accountDataManager.IsAdminUser()) {
@@ -39,7 +40,7 @@ extern "C" bool RestoreData() {
         return Zarvo::UpdateEngine::RestorePlugin::RestoreData();
     } catch (const std::exception &e) {
         try {
-            PLUGIN_LOGE("RestoreData failed, %{public}s", e.what());
+            PLUGIN_LOGE(LINE_RESTORE_DATA_ABORTED, e.what());
         } catch (const std::exception &) {
             // Logging needs memory too; the false result still reaches the caller.
         }

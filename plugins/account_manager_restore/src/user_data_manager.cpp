@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "account_file_util.h"
+#include "account_restore_vocabulary.h"
 #include "account_user_idm_client.h"
 #include "binary_xml_converter.h"
 #include "file_migrate_manager.h"
@@ -17,32 +18,29 @@ namespace Zarvo {
 namespace UpdateEngine {
 namespace {
 
-const std::string SOURCE_XML_DIR =
-    "/data/service/el1/public/update/migrate_server/plugins/200/back/sourceXml/";
-const std::string CONVERT_XML_DIR =
-    "/data/service/el1/public/update/migrate_server/plugins/200/back/convert/";
-const std::string USER_LIST_FILE_NAME = "userlist.xml";
-const std::string USER_FILE_SUFFIX = ".xml";
-const std::string OS_USER_TYPE_SYSTEM = "android.os.usertype.full.SYSTEM";
-const std::string OS_USER_TYPE_SECONDARY = "android.os.usertype.full.SECONDARY";
+namespace Vocabulary = RestoreVocabulary;
+
+const std::string SOURCE_XML_DIR = std::string(Vocabulary::PLUGIN_ROOT_PATH) + Vocabulary::SOURCE_XML_DIR;
+const std::string CONVERT_XML_DIR = std::string(Vocabulary::PLUGIN_ROOT_PATH) + Vocabulary::CONVERT_XML_DIR;
+const std::string USER_LIST_FILE_NAME = Vocabulary::USER_LIST_FILE_NAME;
+const std::string USER_FILE_SUFFIX = Vocabulary::USER_FILE_SUFFIX;
+const std::string OS_USER_TYPE_SYSTEM = Vocabulary::USER_TYPE_SYSTEM;
+const std::string OS_USER_TYPE_SECONDARY = Vocabulary::USER_TYPE_SECONDARY;
 const std::string PHOTO_URI_PREFIX = "data:image/png;base64,";
 const std::string PATH_SEPARATOR = "/";
 
-const std::string SOURCE_FILE_ERROR = "SOURCE_FILE_ERROR";
-const std::string PARSE_FILE_ERROR = "PARSE_FILE_ERROR";
-const std::string CREATE_USER_ERROR = "CREATE_USER_ERROR";
-const std::string CONVERT_ERROR_MESSAGE = "convert error";
-const std::string USER_LIST_PARSE_ERROR_MESSAGE = "parse to user Id list error.";
-const std::string USER_INFO_PARSE_ERROR_MESSAGE = "parse to os user info error.";
+const std::string SOURCE_FILE_ERROR = Vocabulary::SOURCE_FILE_ERROR;
+const std::string PARSE_FILE_ERROR = Vocabulary::PARSE_FILE_ERROR;
+const std::string CREATE_USER_ERROR = Vocabulary::CREATE_USER_ERROR;
+const std::string CONVERT_ERROR_MESSAGE = Vocabulary::CONVERT_ERROR_MESSAGE;
+const std::string USER_LIST_PARSE_ERROR_MESSAGE = Vocabulary::USER_LIST_PARSE_ERROR_MESSAGE;
+const std::string USER_INFO_PARSE_ERROR_MESSAGE = Vocabulary::USER_INFO_PARSE_ERROR_MESSAGE;
 
 const std::string CONVERT_DIR_OWNER = "migrate_server";
 const std::string CONVERT_DIR_PERMISSION = "0700";
 
-constexpr int32_t ADMIN_LOCAL_ID = 100;
-constexpr int32_t SOURCE_ADMIN_ID = 0;
-constexpr int32_t LOCAL_ID_OFFSET = 91;
-constexpr int32_t MAX_ATTEMPTS = 4;
-constexpr int32_t RETRY_INTERVAL_MS = 10;
+using Vocabulary::MAX_ATTEMPTS;
+using Vocabulary::RETRY_INTERVAL_MS;
 
 // Android user flags that decide whether a user is carried over.
 constexpr uint32_t FLAG_PRIMARY = 0x00000001;
@@ -53,8 +51,10 @@ constexpr uint32_t FLAG_VENDOR_PRIVATE = 0x02000000;
 
 // Failure status of the binary XML converter -> code reported in the fault event.
 const std::map<int32_t, int32_t> XML_CONVERT_ERROR_CODES = {
-    {-1, 0x200002}, {-2, 0x200003}, {-3, 0x200004}, {-4, 0x200005},
-    {-5, 0x200006}, {-6, 0x200007}, {-7, 0x200008},
+    {-1, Vocabulary::CONVERT_READ_ERROR}, {-2, Vocabulary::CONVERT_TRUNCATED},
+    {-3, Vocabulary::CONVERT_NOT_XML},    {-4, Vocabulary::CONVERT_BAD_STRING_REFERENCE},
+    {-5, Vocabulary::CONVERT_BAD_TEXT},   {-6, Vocabulary::CONVERT_WRITE_ERROR},
+    {-7, Vocabulary::CONVERT_TOO_LARGE},
 };
 
 void SleepBeforeRetry() {
@@ -76,7 +76,7 @@ void FillOsAccountInfo(const ZarvoUserDataInfo &zarvoUserInfo, AccountSA::OsAcco
 }  // namespace
 
 bool UserDataManager::DoRestoreData() {
-    PLUGIN_LOGI("DoRestoreData called.");
+    PLUGIN_LOGI(LINE_USER_RESTORE_CALLED);
     AccountUserIdmClient idmClient;
     if (!ProcessUserList()) {
         idmClient.ClearRedundancyCredential();
@@ -85,7 +85,7 @@ bool UserDataManager::DoRestoreData() {
     bool result = true;
     for (int32_t userId : userIdList_) {
         if (!RestoreSubUserInfo(userId)) {
-            PLUGIN_LOGE("DoRestoreData failed, current userId : %{public}d", userId);
+            PLUGIN_LOGE(LINE_USER_RESTORE_FAILED, userId);
             result = false;
         }
     }
@@ -104,33 +104,31 @@ bool UserDataManager::ProcessUserList() {
     if (result == 0) {
         return true;
     }
-    PLUGIN_LOGE("ProcessUserList failed, TransformToUserList xmlfile:%{public}s.",
-                USER_LIST_FILE_NAME.c_str());
+    PLUGIN_LOGE(LINE_USER_LIST_NOT_PARSED, USER_LIST_FILE_NAME.c_str());
     UserEventUtil::SendUserRestoreErrorEvent(result, PARSE_FILE_ERROR,
                                              USER_LIST_FILE_NAME + USER_LIST_PARSE_ERROR_MESSAGE);
     return false;
 }
 
 bool UserDataManager::RestoreSubUserInfo(int32_t userId) {
-    PLUGIN_LOGI("RestoreSubUserInfo called.");
+    PLUGIN_LOGI(LINE_USER_CALLED);
     const std::string fileName = std::to_string(userId) + USER_FILE_SUFFIX;
     std::string convertedPath;
     if (!PreprocessXmlFile(SOURCE_XML_DIR + fileName, fileName, convertedPath)) {
-        PLUGIN_LOGE("RestoreSubUserInfo failed, Preprocess fileName:%{public}s return false.",
-                    fileName.c_str());
+        PLUGIN_LOGE(LINE_USER_FILE_NOT_PREPARED, fileName.c_str());
         return false;
     }
     OSUserDataInfo osUserInfo{};
     UserXmlParse parser;
     int32_t result = parser.TransformToUserInfo(convertedPath, osUserInfo);
     if (result != 0) {
-        PLUGIN_LOGE("RestoreSubUserInfo failed, TransformToUserInfo fileName:%{public}s.", fileName.c_str());
+        PLUGIN_LOGE(LINE_USER_FILE_NOT_PARSED, fileName.c_str());
         UserEventUtil::SendUserRestoreErrorEvent(result, PARSE_FILE_ERROR,
                                                  fileName + USER_INFO_PARSE_ERROR_MESSAGE);
         return false;
     }
     if (!IsUserNeedMigrate(osUserInfo.type, static_cast<uint32_t>(osUserInfo.flags))) {
-        PLUGIN_LOGI("RestoreSubUserInfo current user (%{public}d) not need restore.", userId);
+        PLUGIN_LOGI(LINE_USER_NOT_CARRIED, userId);
         return true;
     }
     ZarvoUserDataInfo zarvoUserInfo{};
@@ -163,12 +161,7 @@ AccountSA::OsAccountType UserDataManager::GetZarvoAccountType(const OSUserDataIn
 
 void UserDataManager::ConvertToZarvoUserInfo(const OSUserDataInfo &osUserInfo,
                                              ZarvoUserDataInfo &zarvoUserInfo) {
-    // Unsigned addition: an id near the top of the range wraps to a negative local id, which the
-    // account manager refuses, instead of overflowing.
-    zarvoUserInfo.localId = osUserInfo.id == SOURCE_ADMIN_ID
-                                ? ADMIN_LOCAL_ID
-                                : static_cast<int32_t>(static_cast<uint32_t>(osUserInfo.id) +
-                                                       static_cast<uint32_t>(LOCAL_ID_OFFSET));
+    zarvoUserInfo.localId = Vocabulary::LocalIdOf(osUserInfo.id);
     zarvoUserInfo.localName = osUserInfo.name;
     zarvoUserInfo.createTime = osUserInfo.created;
     zarvoUserInfo.serialNumber = static_cast<int64_t>(zarvoUserInfo.localId);
@@ -207,18 +200,16 @@ bool UserDataManager::CreateConvertXmlPath(const std::string &pathName) {
     for (int32_t attempt = 1;; ++attempt) {
         int32_t result = FileMigrateManager().MkDir(param);
         if (result == 0) {
-            PLUGIN_LOGI("CreateConvertXmlPath success, pathName : %{public}s", pathName.c_str());
+            PLUGIN_LOGI(LINE_CONVERT_DIR_MADE, pathName.c_str());
             return true;
         }
         if (attempt == MAX_ATTEMPTS) {
             break;
         }
-        PLUGIN_LOGI(
-            "CreateConvertXmlPath failed, MkDir result %{public}d, will retry after %{public}d milliseconds",
-            result, RETRY_INTERVAL_MS);
+        PLUGIN_LOGI(LINE_CONVERT_DIR_RETRY, result, RETRY_INTERVAL_MS);
         SleepBeforeRetry();
     }
-    PLUGIN_LOGE("CreateConvertXmlPath failed, after retry 3 times, pathName : %{public}s", pathName.c_str());
+    PLUGIN_LOGE(LINE_CONVERT_DIR_FAILED, pathName.c_str());
     return false;
 }
 
@@ -231,7 +222,7 @@ bool UserDataManager::ConvertFromBinaryXml(const std::string &sourcePath, const 
     auto it = XML_CONVERT_ERROR_CODES.find(status);
     int32_t errCode = it == XML_CONVERT_ERROR_CODES.end() ? CONVERT_UNKNOWN_ERROR : it->second;
     UserEventUtil::SendUserRestoreErrorEvent(errCode, SOURCE_FILE_ERROR, fileName_ + CONVERT_ERROR_MESSAGE);
-    PLUGIN_LOGE("ConvertFromBinaryXml failed, errCode is %{public}d.", errCode);
+    PLUGIN_LOGE(LINE_USER_FILE_NOT_CONVERTED, errCode);
     return false;
 }
 
@@ -241,26 +232,23 @@ bool UserDataManager::CreateZarvoAccount(const ZarvoUserDataInfo &zarvoUserInfo)
         UserEventUtil::SendUserRestoreErrorEvent(
             0, CREATE_USER_ERROR,
             fileName_ + " create user " + std::to_string(zarvoUserInfo.localId) + " is already exists.");
-        PLUGIN_LOGI("CreateZarvoAccount failed, current user id : %{public}d already exists.",
-                    zarvoUserInfo.localId);
+        PLUGIN_LOGI(LINE_USER_EXISTED, zarvoUserInfo.localId);
         return true;
     }
     FillOsAccountInfo(zarvoUserInfo, osAccountInfo);
     int32_t result = AccountSA::OsAccountManager::CreateOsAccountWithFullInfo(osAccountInfo);
     for (int32_t attempt = 1; result != 0 && attempt < MAX_ATTEMPTS; ++attempt) {
-        PLUGIN_LOGI("CreateZarvoAccount failed, result %{public}d, will retry after %{public}d milliseconds",
-                    result, RETRY_INTERVAL_MS);
+        PLUGIN_LOGI(LINE_USER_CREATE_RETRY, result, RETRY_INTERVAL_MS);
         SleepBeforeRetry();
         result = AccountSA::OsAccountManager::CreateOsAccountWithFullInfo(osAccountInfo);
     }
     if (result != 0) {
-        PLUGIN_LOGE("CreateZarvoAccount failed, after retry 3 times, zarvo user id : %{public}d",
-                    zarvoUserInfo.localId);
+        PLUGIN_LOGE(LINE_USER_CREATE_FAILED, zarvoUserInfo.localId);
         UserEventUtil::SendUserRestoreErrorEvent(result, CREATE_USER_ERROR,
-                                                 fileName_ + " create os account failed.");
+                                                 fileName_ + Vocabulary::CREATE_FAILED_MESSAGE);
         return false;
     }
-    PLUGIN_LOGI("CreateZarvoAccount success, zarvo user id : %{public}d", zarvoUserInfo.localId);
+    PLUGIN_LOGI(LINE_USER_CREATED, zarvoUserInfo.localId);
     return true;
 }
 
@@ -269,20 +257,17 @@ bool UserDataManager::UpdateZarvoAdminAcount(const ZarvoUserDataInfo &zarvoUserI
     FillOsAccountInfo(zarvoUserInfo, osAccountInfo);
     int32_t result = AccountSA::OsAccountManager::UpdateOsAccountWithFullInfo(osAccountInfo);
     for (int32_t attempt = 1; result != 0 && attempt < MAX_ATTEMPTS; ++attempt) {
-        PLUGIN_LOGI(
-            "UpdateZarvoAdminAcount failed, result %{public}d, will retry after %{public}d milliseconds",
-            result, RETRY_INTERVAL_MS);
+        PLUGIN_LOGI(LINE_ADMIN_UPDATE_RETRY, result, RETRY_INTERVAL_MS);
         SleepBeforeRetry();
         result = AccountSA::OsAccountManager::UpdateOsAccountWithFullInfo(osAccountInfo);
     }
     if (result != 0) {
-        PLUGIN_LOGE("UpdateZarvoAdminAcount failed, after retry 3 times, zarvo user id : %{public}d",
-                    zarvoUserInfo.localId);
+        PLUGIN_LOGE(LINE_ADMIN_UPDATE_FAILED, zarvoUserInfo.localId);
         UserEventUtil::SendUserRestoreErrorEvent(result, CREATE_USER_ERROR,
-                                                 fileName_ + " update os admin account failed.");
+                                                 fileName_ + Vocabulary::UPDATE_FAILED_MESSAGE);
         return false;
     }
-    PLUGIN_LOGI("UpdateZarvoAdminAcount success, zarvo user id : %{public}d", zarvoUserInfo.localId);
+    PLUGIN_LOGI(LINE_ADMIN_UPDATED, zarvoUserInfo.localId);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "user_event_util.h"
 
+#include "account_restore_vocabulary.h"
 #include "hisysevent.h"
 #include "update_log.h"
 
@@ -7,9 +8,9 @@ namespace Zarvo {
 namespace UpdateEngine {
 namespace {
 
-const std::string PLUGIN_TASK_ID = "200";
-const std::string EVENT_DOMAIN = "MIGRATESERVER";
-const std::string RESTORE_FAIL_EVENT = "RESTORE_SO_FAIL";
+const std::string PLUGIN_TASK_ID = RestoreVocabulary::EVENT_TASK_ID;
+const std::string EVENT_DOMAIN = RestoreVocabulary::EVENT_DOMAIN;
+const std::string RESTORE_FAIL_EVENT = RestoreVocabulary::EVENT_NAME;
 
 }  // namespace
 
@@ -20,11 +21,13 @@ void UserEventUtil::SendUserRestoreErrorEvent(int32_t errorCode, const std::stri
 }
 
 void UserEventUtil::SendEvent(const EventInfo &eventInfo) {
-    int32_t ret = HiSysEventWrite(EVENT_DOMAIN, RESTORE_FAIL_EVENT, HiviewDFX::HiSysEvent::FAULT, "TASK_ID",
-                                  eventInfo.taskId, "ERROR_TYPE", eventInfo.errorType, "ERROR_CODE",
-                                  eventInfo.errorCode, "ERROR_MESSAGE", eventInfo.errorMessage);
+    int32_t ret = HiSysEventWrite(EVENT_DOMAIN, RESTORE_FAIL_EVENT, HiviewDFX::HiSysEvent::FAULT,
+                                  RestoreVocabulary::PARAM_TASK_ID, eventInfo.taskId,
+                                  RestoreVocabulary::PARAM_ERROR_TYPE, eventInfo.errorType,
+                                  RestoreVocabulary::PARAM_ERROR_CODE, eventInfo.errorCode,
+                                  RestoreVocabulary::PARAM_ERROR_MESSAGE, eventInfo.errorMessage);
     if (ret != 0) {
-        PLUGIN_LOGE("SendEvent hisysevent write failed! ret %{public}d.", ret);
+        PLUGIN_LOGE(LINE_EVENT_NOT_WRITTEN, ret);
     }
 }
 

@@ -66,6 +66,14 @@ bool InjectFault(const std::string &operation, int32_t code, int count = -1);
 // any platform call may on a device. Same rules as InjectFault.
 bool InjectOutOfMemory(const std::string &operation, int count = -1);
 void ClearFaults();
+// A fault still armed: `count` calls left (-1: every call), by operation name.
+struct InjectedFault {
+    std::string operation;
+    int32_t code = 0;
+    int count = -1;
+    bool outOfMemory = false;
+};
+std::vector<InjectedFault> InjectedFaults();
 // How many times `operation` was called since the state was last reset or loaded.
 int CallCount(const std::string &operation);
 
