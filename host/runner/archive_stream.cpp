@@ -1,6 +1,7 @@
 #include "archive_stream.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -110,16 +111,32 @@ la_ssize_t ArchiveStream::Inflate(archive *a, const void **buffer) {
     }
 }
 
+// The piece named on the command line may be a link the person chose; the later ones were found by
+// the runner and are opened only as regular files of their own. Without blocking: a name that
+// turned into a FIFO since it was listed must not hold the read forever.
+std::string ArchiveStream::OpenPiece(size_t index) {
+    const std::string &path = pieces_[index];
+    const int noFollow = index > 0 ? O_NOFOLLOW : 0;
+    piece_.Reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | noFollow));
+    struct stat st {};
+    if (!piece_.Valid() || fstat(piece_.Get(), &st) != 0) {
+        return "could not open " + path + ": " + std::strerror(errno);
+    }
+    if (!S_ISREG(st.st_mode) || (index > 0 && st.st_nlink != 1)) {
+        return path + " is no longer a regular file of its own";
+    }
+    return "";
+}
+
 la_ssize_t ArchiveStream::ReadRaw(archive *a) {
     for (;;) {
         if (!piece_.Valid()) {
             if (nextPiece_ == pieces_.size()) {
                 return 0;
             }
-            const std::string &path = pieces_[nextPiece_++];
-            piece_.Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-            if (!piece_.Valid()) {
-                return Fail(a, "could not open " + path + ": " + std::strerror(errno));
+            std::string failure = OpenPiece(nextPiece_++);
+            if (!failure.empty()) {
+                return Fail(a, failure);
             }
         }
         ssize_t got = read(piece_.Get(), raw_.data(), raw_.size());

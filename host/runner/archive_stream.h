@@ -42,6 +42,8 @@ private:
     la_ssize_t Inflate(archive *a, const void **buffer);
     // The pieces' next bytes into raw_: the count, 0 after the last piece, -1 with the error set.
     la_ssize_t ReadRaw(archive *a);
+    // Opens the piece into piece_: an empty text, else the reason.
+    std::string OpenPiece(size_t index);
 
     std::vector<std::string> pieces_;
     size_t nextPiece_ = 0;

@@ -1,8 +1,10 @@
 #include "archive_snapshot.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -182,17 +184,25 @@ TEST_F(ArchiveSnapshotTest, FindsTheDataRootOfAFolderWithoutFollowingItsLinks) {
     }
 }
 
-TEST_F(ArchiveSnapshotTest, OnlyThePieceNumberedZeroStartsASplitArchive) {
+// Pieces are names ending in .win and three digits or more, numbered from 0 without a gap; the
+// runner found them, so it takes only regular files of their own, never through a link.
+TEST_F(ArchiveSnapshotTest, ASplitBackupTakesOnlyItsOwnPiecesAsRegularFiles) {
     for (int i = 0; i <= 1000; ++i) {
-        Write("split/data.ext4.win" +
-                  std::string(i < 10    ? "00"
-                              : i < 100 ? "0"
-                                        : "") +
-                  std::to_string(i),
-              "");
+        char number[8];
+        std::snprintf(number, sizeof(number), "%03d", i);
+        Write(std::string("split/data.ext4.win") + number, "");
     }
+    Write("split/data.ext4.win0001", "not a piece: written wider than the first");
+    Write("shelf/phone000", "");
     Write("shelf/phone001", "");
-    Write("shelf/phone002", "");
+    for (const char *name :
+         {"gap/data.ext4.win000", "gap/data.ext4.win001", "gap/data.ext4.win003", "linked/data.ext4.win000",
+          "hard/data.ext4.win000", "fifo/data.ext4.win000", "lone/data.ext4.win002", "secret"}) {
+        Write(name, "");
+    }
+    fs::create_symlink(dir_ + "/secret", dir_ + "/linked/data.ext4.win001");
+    fs::create_hard_link(dir_ + "/secret", dir_ + "/hard/data.ext4.win001");
+    ASSERT_EQ(mkfifo((dir_ + "/fifo/data.ext4.win001").c_str(), 0600), 0);
     struct Case {
         std::string path;
         size_t pieces;
@@ -200,9 +210,15 @@ TEST_F(ArchiveSnapshotTest, OnlyThePieceNumberedZeroStartsASplitArchive) {
         std::string says;
     } cases[] = {
         {"split/data.ext4.win000", 1001, "split/data.ext4.win1000", ""},
-        {"split/data.ext4.win001", 0, "", "is a later piece of a split archive; give its first piece"},
-        {"shelf/phone001", 1, "shelf/phone001", ""},
-        {"shelf/phone002", 1, "shelf/phone002", ""},
+        {"split/data.ext4.win001", 0, "", "is a later piece of a split backup; give its first piece"},
+        {"split/data.ext4.win1000", 0, "", "give its first piece, " + dir_ + "/split/data.ext4.win000."},
+        {"shelf/phone000", 1, "shelf/phone000", ""},
+        {"gap/data.ext4.win000", 0, "", "is missing its piece " + dir_ + "/gap/data.ext4.win002."},
+        {"linked/data.ext4.win000", 0, "", "is a link, a second name of a file or no regular file"},
+        {"hard/data.ext4.win000", 0, "", "is a link, a second name of a file or no regular file"},
+        {"fifo/data.ext4.win000", 0, "", "is a link, a second name of a file or no regular file"},
+        {"lone/data.ext4.win002", 0, "",
+         "whose first piece, " + dir_ + "/lone/data.ext4.win000, is missing."},
     };
     for (const Case &c : cases) {
         std::string error;
@@ -210,6 +226,27 @@ TEST_F(ArchiveSnapshotTest, OnlyThePieceNumberedZeroStartsASplitArchive) {
         EXPECT_EQ(pieces.size(), c.pieces) << c.path;
         EXPECT_EQ(pieces.empty() ? "" : pieces.back(), c.last.empty() ? "" : dir_ + "/" + c.last) << c.path;
         EXPECT_NE(error.find(c.says), std::string::npos) << c.path << ": " << error;
+    }
+    EXPECT_EQ(
+        Host::WithoutLaterPieces({"a.tar", "data.ext4.win000", "data.ext4.win001", "data.ext4.win1000",
+                                  "phone000", "phone001", "x.ext4.win001"}),
+        (std::vector<std::string>{"a.tar", "data.ext4.win000", "phone000", "phone001", "x.ext4.win001"}));
+}
+
+// A piece may change between its listing and its reading: what is read then is never a link's
+// target, and a FIFO does not block the read.
+TEST_F(ArchiveSnapshotTest, APieceThatTurnedIntoALinkOrAFifoIsNotRead) {
+    const std::string path = WriteArchive(
+        Packing::TAR, {{"data/system/users/userlist.xml", EntryType::FILE, std::string(3000, 'x')}});
+    std::string tar = ReadFile(path);
+    const std::string first = Write("pieces/data.ext4.win000", tar.substr(0, 1024));
+    const std::string secret = Write("secret", tar.substr(1024));
+    fs::create_symlink(secret, dir_ + "/pieces/data.ext4.win001");
+    ASSERT_EQ(mkfifo((dir_ + "/pieces/data.ext4.win002").c_str(), 0600), 0);
+    for (const std::string later : {"data.ext4.win001", "data.ext4.win002"}) {
+        Walked walked = WalkSource(*Host::OpenArchiveSnapshot({first, dir_ + "/pieces/" + later}));
+        EXPECT_NE(walked.failure.find(later), std::string::npos) << walked.failure;
+        EXPECT_TRUE(walked.entries.empty()) << later;
     }
 }
 
