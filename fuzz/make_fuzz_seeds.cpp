@@ -1,6 +1,8 @@
 // Writes the seed corpus of every fuzz target, made with the project's own writers (binary XML
 // encoder, Android fixture writers, device state), into <dir>/<target>/, replacing what is there.
 // Usage: make_fuzz_seeds <dir>     (scripts/fuzz --regenerate-seeds writes fuzz/corpus/ with it)
+#include <archive.h>
+#include <archive_entry.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -9,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -17,6 +20,7 @@
 #include "account_db_fuzzer.h"
 #include "android_accounts.h"
 #include "android_users.h"
+#include "archive_snapshot_fuzzer.h"
 #include "binary_xml/abx_format.h"
 #include "binary_xml/abx_writer.h"
 #include "migrate_request_vocabulary.h"
@@ -389,6 +393,64 @@ void WriteMigrateRequestSeeds(const fs::path &dir) {
 
 }  // namespace
 
+// One member of an archive seed: a file, or a symbolic link to `content`.
+struct ArchiveMember {
+    std::string name;
+    std::string content;
+    bool link = false;
+};
+
+std::string WriteArchiveBytes(bool zip, const std::vector<ArchiveMember> &members) {
+    std::unique_ptr<archive, decltype(&archive_write_free)> a(archive_write_new(), archive_write_free);
+    zip ? archive_write_set_format_zip(a.get()) : archive_write_set_format_pax_restricted(a.get());
+    std::string bytes(1 << 20, '\0');
+    size_t used = 0;
+    if (archive_write_open_memory(a.get(), bytes.data(), bytes.size(), &used) != ARCHIVE_OK) {
+        throw std::runtime_error(archive_error_string(a.get()));
+    }
+    for (const ArchiveMember &member : members) {
+        std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
+                                                                            archive_entry_free);
+        archive_entry_set_pathname(entry.get(), member.name.c_str());
+        archive_entry_set_filetype(entry.get(), member.link ? AE_IFLNK : AE_IFREG);
+        archive_entry_set_perm(entry.get(), 0644);
+        if (member.link) {
+            archive_entry_set_symlink(entry.get(), member.content.c_str());
+        }
+        archive_entry_set_size(entry.get(), member.link ? 0 : static_cast<la_int64_t>(member.content.size()));
+        if (archive_write_header(a.get(), entry.get()) != ARCHIVE_OK ||
+            (!member.link && archive_write_data(a.get(), member.content.data(), member.content.size()) < 0)) {
+            throw std::runtime_error(archive_error_string(a.get()));
+        }
+    }
+    if (archive_write_close(a.get()) != ARCHIVE_OK) {
+        throw std::runtime_error(archive_error_string(a.get()));
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+// Added beside the archives make_sample_phone writes, which stay: a tar split into three pieces
+// with a user's file across all of them, and a zip whose user's file is a stored link.
+void WriteArchiveSeeds(const fs::path &dir) {
+    const fs::path target = dir / "archive_snapshot_fuzzer";
+    fs::create_directories(target);
+    const AndroidUsers users = SamplePhoneUsers();
+    const std::string list = EncodeUserList(users, UserFileForm::BINARY);
+    const std::string tar = WriteArchiveBytes(
+        false, {{"data/system/users/userlist.xml", list},
+                {"data/system/users/0.xml", EncodeUserFile(users.users[0], UserFileForm::BINARY)}});
+    const size_t third = tar.size() / 3;
+    std::string split = tar.substr(0, third);
+    for (size_t start = third; start < tar.size(); start += third) {
+        split += std::string(Zarvo::Fuzzing::ARCHIVE_PIECE_SEPARATOR) + tar.substr(start, third);
+    }
+    std::ofstream(target / "split-pieces", std::ios::binary) << split;
+    std::ofstream(target / "zip-link.zip", std::ios::binary)
+        << WriteArchiveBytes(true, {{"fs/data/system/users/userlist.xml", list},
+                                    {"fs/data/system/users/0.xml", "/etc/passwd", true}});
+}
+
 int main(int argc, char **argv) {
     if (argc != 2) {
         std::fprintf(stderr, "usage: %s <corpus-dir>\n", argv[0]);
@@ -405,6 +467,7 @@ int main(int argc, char **argv) {
         WriteAccountDbSeeds(dir, work);
         WriteDeviceStateSeeds(dir);
         WriteMigrateRequestSeeds(dir);
+        WriteArchiveSeeds(dir);
         fs::remove_all(work);
     } catch (const std::exception &e) {
         std::fprintf(stderr, "make_fuzz_seeds: %s\n", e.what());

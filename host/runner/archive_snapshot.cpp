@@ -8,6 +8,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,11 +16,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <string_view>
 
 #include "archive_stream.h"
 #include "support/fd_io.h"
 #include "support/unique_fd.h"
+#include "zip_links.h"
 
 namespace Zarvo::Host {
 namespace {
@@ -206,6 +209,7 @@ public:
 
     std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
         root_.reset();
+        zip_ = false;
         staged_.clear();
         dataBytes_ = 0;
         StagingFile staging;
@@ -214,6 +218,9 @@ public:
             failure = ReadArchive(filter, staging);
         }
         stream_.reset();
+        if (failure.empty() && zip_) {
+            failure = MarkZipLinks(staging);
+        }
         if (failure.empty() && !root_) {
             failure = "the archive " + pieces_[0] +
                       " holds no data root: neither system_ce/0/accounts_ce.db nor system/users/ at its top, "
@@ -247,9 +254,8 @@ private:
         if (a == nullptr) {
             return "could not start reading the archive " + pieces_[0] + ".";
         }
-        // gzip is decompressed by the stream, which checks what libarchive would not.
-        archive_read_support_filter_xz(a);
-        archive_read_support_filter_zstd(a);
+        // gzip, xz and zstd are decompressed by the stream, with capped memory. bzip2's decoder
+        // needs under 4 MiB whatever the header says, so libarchive's serves.
         archive_read_support_filter_bzip2(a);
         archive_read_support_format_tar(a);
         archive_read_support_format_zip(a);
@@ -267,8 +273,12 @@ private:
             if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
                 return ReadFailure(a);
             }
+            zip_ = (archive_format(a) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_ZIP;
             // Headers alone expand too: millions of empty entries are a bomb without any data.
             std::string failure = CheckExpansion(a);
+            if (failure.empty()) {
+                failure = CheckZipMethod(a, header);
+            }
             if (failure.empty()) {
                 failure = TakeEntry(a, header, filter, staging);
             }
@@ -276,6 +286,48 @@ private:
                 return failure;
             }
         }
+    }
+
+    // A link stored in a zip was staged as a file holding its target: the central directory tells
+    // it apart, and it is handed over as the link it is.
+    std::string MarkZipLinks(StagingFile &staging) {
+        if (pieces_.size() > 1) {
+            return "the archive " + pieces_[0] +
+                   " is a zip in pieces; the runner reads a zip only as one file.";
+        }
+        std::set<std::string> staged;
+        for (const StagedEntry &entry : staged_) {
+            staged.insert(Member(entry.entry));
+        }
+        std::set<std::string> links;
+        UniqueFd zip(open(pieces_[0].c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        struct stat st {};
+        if (!zip.Valid() || fstat(zip.Get(), &st) != 0 || !S_ISREG(st.st_mode)) {
+            return "could not open " + pieces_[0] + " again to read its central directory.";
+        }
+        std::string failure = FindZipLinks(zip.Get(), [&staged, &links](const std::string &name) {
+            if (staged.count(name) > 0) {
+                links.insert(name);
+            }
+        });
+        if (!failure.empty()) {
+            return "the zip " + pieces_[0] + " cannot be read as a whole: " + failure;
+        }
+        for (StagedEntry &entry : staged_) {
+            if (entry.entry.type == EntryType::FILE && links.count(Member(entry.entry)) > 0) {
+                std::string target(static_cast<size_t>(std::min<uint64_t>(entry.size, MAX_NAME)), '\0');
+                const ssize_t got =
+                    pread(staging.Fd(), target.data(), target.size(), static_cast<off_t>(entry.offset));
+                target.resize(got > 0 ? static_cast<size_t>(got) : 0);
+                entry.entry.type = EntryType::SYMLINK;
+                entry.entry.linkTarget = target;
+            }
+        }
+        return "";
+    }
+
+    std::string Member(const SnapshotEntry &entry) const {
+        return entry.origin.substr(pieces_[0].size() + 1);
     }
 
     // Stages the entry when a restore takes it from the data root; else only reads through it, so
@@ -402,6 +454,21 @@ private:
         return "";
     }
 
+    // A zip entry's own compression may be lzma, xz, zstd or bzip2, whose decoders in libarchive
+    // take whatever memory the entry asks for; a file-system extraction stores or deflates.
+    std::string CheckZipMethod(archive *a, archive_entry *header) const {
+        if ((archive_format(a) & ARCHIVE_FORMAT_BASE_MASK) != ARCHIVE_FORMAT_ZIP) {
+            return "";
+        }
+        const std::string_view format = archive_format_name(a) != nullptr ? archive_format_name(a) : "";
+        if (format.find("(uncompressed)") != std::string_view::npos ||
+            format.find("(deflation)") != std::string_view::npos) {
+            return "";
+        }
+        return "the archive " + pieces_[0] + " compresses its entry " + MemberName(header) + " as " +
+               std::string(format) + "; the runner reads zip entries only stored or deflated.";
+    }
+
     std::string CheckEnd(archive *a, int64_t before) const {
         const bool tar = (archive_format(a) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
         if (tar && archive_filter_bytes(a, 0) - before < TAR_BLOCK) {
@@ -426,6 +493,10 @@ private:
         while (!message.empty() && (message.back() == '.' || message.back() == '\n')) {
             message.pop_back();
         }
+        if (archive_errno(a) == ENOMEM) {
+            return "could not read the archive " + pieces_[0] + " within the runner's memory" +
+                   (message.empty() ? "" : ": " + message) + ".";
+        }
         return "could not read the archive " + pieces_[0] + ", which is cut short or corrupt" +
                (message.empty() ? "" : ": " + message) + ".";
     }
@@ -438,6 +509,7 @@ private:
     std::optional<std::string> root_;
     std::vector<StagedEntry> staged_;
     uint64_t dataBytes_ = 0;
+    bool zip_ = false;
     std::optional<ArchiveStream> stream_;  // while the archive is read
 };
 

@@ -22,9 +22,15 @@ struct ArchiveLimits {
 };
 
 // The files of an archive snapshot: the one file `path`, or, when `path` is the piece numbered 0 of
-// numbered pieces (data.ext4.win000, data.ext4.win001, ..., win999, win1000), every piece in order.
-// Empty with one sentence in `error` when `path` is a later piece, one whose piece 0 lies beside it.
+// a split recovery backup (data.ext4.win000, data.ext4.win001, ..., win999, win1000: a name ending
+// in ".win" and at least three digits), every piece beside it in order. Empty with one sentence in
+// `error` when `path` is a later piece, when a piece is missing between the first and the last, or
+// when a later piece is not a regular file with a single name (a link is never followed to one).
 std::vector<std::string> ArchivePieces(const std::string &path, std::string &error);
+
+// The file names of a folder without the later pieces of the split backups whose first piece is
+// among them: on a shelf, a split backup is one phone.
+std::vector<std::string> WithoutLaterPieces(std::vector<std::string> names);
 
 // A snapshot held in an archive: tar (plain or compressed with gzip, xz, zstd or bzip2) or zip, in
 // one file or in pieces read as one stream. The archive is read once, front to back; the data root

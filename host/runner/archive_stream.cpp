@@ -1,6 +1,7 @@
 #include "archive_stream.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,12 +13,27 @@ namespace {
 
 constexpr size_t BLOCK = 1 << 20;
 constexpr unsigned char GZIP_MAGIC[] = {0x1f, 0x8b};
+constexpr unsigned char XZ_MAGIC[] = {0xfd, '7', 'z', 'X', 'Z', 0x00};
+constexpr unsigned char ZSTD_MAGIC[] = {0x28, 0xb5, 0x2f, 0xfd};
+// A zstd window of 2^26 bytes takes the decoder about DECODER_MEMORY.
+constexpr int ZSTD_WINDOW_LOG_MAX = 26;
 // zlib reads a gzip header and checks its trailer when the window bits are raised by 16.
 constexpr int GZIP_WINDOW_BITS = MAX_WBITS + 16;
 
-la_ssize_t Fail(archive *a, const std::string &message) {
-    archive_set_error(a, EIO, "%s", message.c_str());
+la_ssize_t Fail(archive *a, const std::string &message, int error = EIO) {
+    archive_set_error(a, error, "%s", message.c_str());
     return ARCHIVE_FATAL;
+}
+
+template <size_t N>
+bool StartsWith(const std::vector<unsigned char> &bytes, la_ssize_t size, const unsigned char (&magic)[N]) {
+    return size >= static_cast<la_ssize_t>(N) &&
+           std::equal(std::begin(magic), std::end(magic), bytes.begin());
+}
+
+std::string MemoryRefusal(const char *format) {
+    return std::string("its ") + format + " stream needs more than " + std::to_string(DECODER_MEMORY >> 20) +
+           " MiB of memory to decompress, more than the runner gives it";
 }
 
 }  // namespace
@@ -26,9 +42,11 @@ ArchiveStream::ArchiveStream(const std::vector<std::string> &pieces)
     : pieces_(pieces), raw_(BLOCK), out_(BLOCK) {}
 
 ArchiveStream::~ArchiveStream() {
-    if (gzip_) {
+    if (codec_ == Codec::GZIP) {
         inflateEnd(&zlib_);
     }
+    lzma_end(&lzma_);
+    ZSTD_freeDCtx(zstd_);
 }
 
 int ArchiveStream::OpenIn(archive *a) {
@@ -37,7 +55,7 @@ int ArchiveStream::OpenIn(archive *a) {
 
 la_ssize_t ArchiveStream::ReadOn(archive *a) {
     const void *buffer = nullptr;
-    return gzip_ ? Read(a, &buffer) : 0;
+    return codec_ != Codec::NONE ? Read(a, &buffer) : 0;
 }
 
 la_ssize_t ArchiveStream::ReadCallback(archive *a, void *self, const void **buffer) {
@@ -45,26 +63,108 @@ la_ssize_t ArchiveStream::ReadCallback(archive *a, void *self, const void **buff
 }
 
 la_ssize_t ArchiveStream::Read(archive *a, const void **buffer) {
-    la_ssize_t got = gzip_ ? Inflate(a, buffer) : ReadPlain(a, buffer);
+    la_ssize_t got = codec_ == Codec::GZIP   ? Inflate(a, buffer)
+                     : codec_ == Codec::XZ   ? Unxz(a, buffer)
+                     : codec_ == Codec::ZSTD ? Unzstd(a, buffer)
+                                             : ReadPlain(a, buffer);
     handedBytes_ += got > 0 ? static_cast<uint64_t>(got) : 0;
     return got;
 }
 
 la_ssize_t ArchiveStream::ReadPlain(archive *a, const void **buffer) {
     la_ssize_t got = ReadRaw(a);
-    if (!started_ && got >= 2 && std::equal(std::begin(GZIP_MAGIC), std::end(GZIP_MAGIC), raw_.begin())) {
+    if (started_ || got <= 0) {
+        *buffer = raw_.data();
+        return got;
+    }
+    started_ = true;
+    if (StartsWith(raw_, got, GZIP_MAGIC)) {
         if (inflateInit2(&zlib_, GZIP_WINDOW_BITS) != Z_OK) {
             return Fail(a, "could not start decompressing gzip");
         }
-        gzip_ = true;
+        codec_ = Codec::GZIP;
         zlib_.next_in = raw_.data();
         zlib_.avail_in = static_cast<uInt>(got);
-        started_ = true;
         return Inflate(a, buffer);
     }
-    started_ = true;
+    if (StartsWith(raw_, got, XZ_MAGIC)) {
+        if (lzma_stream_decoder(&lzma_, DECODER_MEMORY, LZMA_CONCATENATED) != LZMA_OK) {
+            return Fail(a, "could not start decompressing xz");
+        }
+        codec_ = Codec::XZ;
+        lzma_.next_in = raw_.data();
+        lzma_.avail_in = static_cast<size_t>(got);
+        return Unxz(a, buffer);
+    }
+    if (StartsWith(raw_, got, ZSTD_MAGIC)) {
+        zstd_ = ZSTD_createDCtx();
+        if (zstd_ == nullptr ||
+            ZSTD_isError(ZSTD_DCtx_setParameter(zstd_, ZSTD_d_windowLogMax, ZSTD_WINDOW_LOG_MAX))) {
+            return Fail(a, "could not start decompressing zstd");
+        }
+        codec_ = Codec::ZSTD;
+        zstdIn_ = {raw_.data(), static_cast<size_t>(got), 0};
+        return Unzstd(a, buffer);
+    }
     *buffer = raw_.data();
     return got;
+}
+
+la_ssize_t ArchiveStream::Unxz(archive *a, const void **buffer) {
+    while (!xzEnded_) {
+        if (lzma_.avail_in == 0 && !rawEnded_) {
+            la_ssize_t got = ReadRaw(a);
+            if (got < 0) {
+                return got;
+            }
+            rawEnded_ = got == 0;
+            lzma_.next_in = raw_.data();
+            lzma_.avail_in = static_cast<size_t>(got);
+        }
+        lzma_.next_out = out_.data();
+        lzma_.avail_out = out_.size();
+        const lzma_ret status = lzma_code(&lzma_, rawEnded_ ? LZMA_FINISH : LZMA_RUN);
+        const size_t produced = out_.size() - lzma_.avail_out;
+        if (status == LZMA_MEMLIMIT_ERROR) {
+            return Fail(a, MemoryRefusal("xz"), ENOMEM);
+        }
+        if (status != LZMA_OK && status != LZMA_STREAM_END) {
+            return Fail(a, status == LZMA_BUF_ERROR      ? "truncated xz input"
+                           : status == LZMA_DATA_ERROR   ? "corrupt xz data"
+                           : status == LZMA_FORMAT_ERROR ? "bytes that are not xz data follow the xz stream"
+                                                         : "xz data that cannot be decompressed");
+        }
+        if (produced > 0) {
+            *buffer = out_.data();
+            return static_cast<la_ssize_t>(produced);
+        }
+        xzEnded_ = status == LZMA_STREAM_END;
+    }
+    return 0;
+}
+
+la_ssize_t ArchiveStream::Unzstd(archive *a, const void **buffer) {
+    for (;;) {
+        if (zstdIn_.pos == zstdIn_.size) {
+            la_ssize_t got = ReadRaw(a);
+            if (got <= 0) {
+                return got == 0 && zstdHint_ != 0 ? Fail(a, "truncated zstd input") : got;
+            }
+            zstdIn_ = {raw_.data(), static_cast<size_t>(got), 0};
+        }
+        ZSTD_outBuffer out{out_.data(), out_.size(), 0};
+        zstdHint_ = ZSTD_decompressStream(zstd_, &out, &zstdIn_);
+        if (ZSTD_isError(zstdHint_)) {
+            if (ZSTD_getErrorCode(zstdHint_) == ZSTD_error_frameParameter_windowTooLarge) {
+                return Fail(a, MemoryRefusal("zstd"), ENOMEM);
+            }
+            return Fail(a, ZSTD_getErrorName(zstdHint_));
+        }
+        if (out.pos > 0) {
+            *buffer = out_.data();
+            return static_cast<la_ssize_t>(out.pos);
+        }
+    }
 }
 
 la_ssize_t ArchiveStream::Inflate(archive *a, const void **buffer) {
@@ -110,16 +210,32 @@ la_ssize_t ArchiveStream::Inflate(archive *a, const void **buffer) {
     }
 }
 
+// The piece named on the command line may be a link the person chose; the later ones were found by
+// the runner and are opened only as regular files of their own. Without blocking: a name that
+// turned into a FIFO since it was listed must not hold the read forever.
+std::string ArchiveStream::OpenPiece(size_t index) {
+    const std::string &path = pieces_[index];
+    const int noFollow = index > 0 ? O_NOFOLLOW : 0;
+    piece_.Reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | noFollow));
+    struct stat st {};
+    if (!piece_.Valid() || fstat(piece_.Get(), &st) != 0) {
+        return "could not open " + path + ": " + std::strerror(errno);
+    }
+    if (!S_ISREG(st.st_mode) || (index > 0 && st.st_nlink != 1)) {
+        return path + " is no longer a regular file of its own";
+    }
+    return "";
+}
+
 la_ssize_t ArchiveStream::ReadRaw(archive *a) {
     for (;;) {
         if (!piece_.Valid()) {
             if (nextPiece_ == pieces_.size()) {
                 return 0;
             }
-            const std::string &path = pieces_[nextPiece_++];
-            piece_.Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-            if (!piece_.Valid()) {
-                return Fail(a, "could not open " + path + ": " + std::strerror(errno));
+            std::string failure = OpenPiece(nextPiece_++);
+            if (!failure.empty()) {
+                return Fail(a, failure);
             }
         }
         ssize_t got = read(piece_.Get(), raw_.data(), raw_.size());

@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 
+#include "archive_snapshot.h"
 #include "batch_index.h"
 #include "batch_progress.h"
 #include "owner_only_file.h"
@@ -55,7 +56,7 @@ std::vector<std::string> FolderEntries(const std::string &folder, std::string &e
     names.erase(
         std::remove_if(names.begin(), names.end(), [](const std::string &name) { return name[0] == '.'; }),
         names.end());
-    return names;
+    return WithoutLaterPieces(std::move(names));
 }
 
 // The environment of a phone's runner: its log lines go to its report only, and it measures its

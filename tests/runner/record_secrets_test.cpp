@@ -58,7 +58,8 @@ TEST(SecretMaskingTest, MasksTheTokenInEveryFormAndEveryViewOfTheRecord) {
                                    nlohmann::json({{"t", "a\"" + TOKEN}}).dump()});
     capture.logs.push_back({});
     capture.logs.back().message = "request for https://example.com/?t=CgB6e3x9%2FZq%2BY0lAbc%3D";
-    capture.journal = nlohmann::json::array({{{"body", TOKEN}}});
+    capture.journal.emplace_back();
+    capture.journal.back().request.dst = "/data/app/" + TOKEN;
     capture.sourceUsers.users.push_back({});
     capture.sourceUsers.users.back().name = "Ann " + TOKEN;
     capture.laid.leftOut.push_back({"system/users/" + TOKEN, "a link"});
@@ -77,7 +78,7 @@ TEST(SecretMaskingTest, MasksTheTokenInEveryFormAndEveryViewOfTheRecord) {
         EXPECT_EQ(file.content.find("CgB6e3x9"), std::string::npos) << file.content;
     }
     EXPECT_EQ(record.capture.logs[0].message, "request for https://example.com/?t=" + MASKED_TOKEN);
-    EXPECT_EQ(record.capture.journal[0]["body"], MASKED_TOKEN);
+    EXPECT_EQ(record.capture.journal[0].request.dst, "/data/app/" + MASKED_TOKEN);
     ASSERT_EQ(record.users.size(), 1u);
     EXPECT_EQ(record.users[0].source->name, "Ann " + MASKED_TOKEN);
     EXPECT_EQ(record.capture.laid.leftOut[0].path, "system/users/" + MASKED_TOKEN);

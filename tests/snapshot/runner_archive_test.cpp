@@ -234,8 +234,21 @@ TEST_F(RunnerArchiveTest, ABrokenOrHostileArchiveEndsTheRunBeforeAnythingIsLaid)
              return dir_ + "/two.zip";
          },
          "holds two data roots, fs/data/ and Dump/data/;"},
+        {"a split backup without a middle piece",
+         [&] {
+             fs::create_directory(dir_ + "/gap");
+             for (const auto &piece : fs::directory_iterator(dir_)) {
+                 const std::string name = piece.path().filename().string();
+                 if (name.rfind("data.ext4.win", 0) == 0 && name != "data.ext4.win001") {
+                     fs::copy_file(piece.path(), dir_ + "/gap/" + name);
+                 }
+             }
+             return dir_ + "/gap/data.ext4.win000";
+         },
+         "the split backup " + dir_ + "/gap/data.ext4.win000 is missing its piece " + dir_ +
+             "/gap/data.ext4.win001."},
         {"a later piece", [&] { return dir_ + "/data.ext4.win001"; },
-         "is a later piece of a split archive; give its first piece, " + dir_ + "/data.ext4.win000"},
+         "is a later piece of a split backup; give its first piece, " + dir_ + "/data.ext4.win000"},
     };
     for (const Case &c : cases) {
         const std::string report = dir_ + "/report.json";
