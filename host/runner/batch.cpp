@@ -14,6 +14,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <thread>
 
 #include "archive_snapshot.h"
 #include "batch_index.h"
@@ -283,6 +284,11 @@ private:
     static void EndGroup(pid_t pid) {
         kill(-pid, SIGKILL);
         while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        // The sandbox and the service die as soon as the kernel gets to them: wait for that (a
+        // bounded while), so that nothing of the phone outlives its row.
+        for (int waited = 0; waited < 500 && kill(-pid, 0) == 0; ++waited) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     }
 

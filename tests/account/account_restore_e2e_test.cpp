@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <map>
+#include <set>
 
 #include "account_data_manager.h"
 #include "account_fixture.h"
@@ -26,9 +26,10 @@ std::string TargetDir(int userId) {
            "/base/com.corvan.zmx.corvanid/haps/zmxcore_account_backup/files/ath/ce/";
 }
 
-// The descriptors this process holds, each with what it names.
-std::map<int, std::string> OpenDescriptors() {
-    std::map<int, std::string> open;
+// What the descriptors this process holds name, sorted: the numbers themselves may move, as a
+// service started again opens its roots anew.
+std::multiset<std::string> OpenDescriptors() {
+    std::multiset<std::string> open;
     DIR *dir = opendir("/proc/self/fd");
     if (dir == nullptr) {
         ADD_FAILURE() << "cannot list /proc/self/fd";
@@ -40,7 +41,7 @@ std::map<int, std::string> OpenDescriptors() {
         }
         char target[4096] = {};
         (void)!readlink(("/proc/self/fd/" + std::string(entry->d_name)).c_str(), target, sizeof(target) - 1);
-        open[std::atoi(entry->d_name)] = target;
+        open.insert(target);
     }
     closedir(dir);
     return open;
@@ -131,7 +132,7 @@ TEST_F(AccountRestoreEndToEndTest, TheAccountLandsInTheUsersAppDirectoryOwnedByT
 TEST_F(AccountRestoreEndToEndTest, ARestoreLeavesNoDescriptorOpen) {
     ASSERT_TRUE(Restore());
     service_.Stop();
-    const std::map<int, std::string> before = OpenDescriptors();
+    const std::multiset<std::string> before = OpenDescriptors();
     std::string error;
     ASSERT_TRUE(service_.Start(error)) << error;
     ASSERT_TRUE(Restore());

@@ -78,6 +78,9 @@ int main(int argc, char **argv) {
     if (!roots.empty()) {
         options.allowedRoots = roots;
     }
+    if (const std::string problem = MigrateService::OptionsProblem(options); !problem.empty()) {
+        return Fail(problem + ".", EXIT_USAGE);
+    }
     if (readyFd >= 0 && fcntl(readyFd, F_GETFD) < 0) {
         return Fail("--ready-fd " + std::to_string(readyFd) + " is not an open descriptor.", EXIT_USAGE);
     }

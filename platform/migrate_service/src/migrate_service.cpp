@@ -419,14 +419,25 @@ MigrateService::~MigrateService() {
     Stop();
 }
 
+std::string MigrateService::OptionsProblem(const MigrateServiceOptions &options) {
+    if (!PathGuard(options.allowedRoots).Valid()) {
+        return "every allowed root must be an absolute path without \"..\"";
+    }
+    sockaddr_un address{};
+    if (!FillAddress(options.socketPath + ".starting", address)) {
+        return "the socket path " + options.socketPath + " is empty or too long";
+    }
+    return "";
+}
+
 bool MigrateService::Start(std::string &error) {
     Impl &s = *impl_;
     if (s.started) {
         error = "the migrate service is already started";
         return false;
     }
-    if (!s.guard->Valid()) {
-        error = "every allowed root must be an absolute path without \"..\"";
+    error = OptionsProblem(s.options);
+    if (!error.empty()) {
         return false;
     }
     for (const std::string &root : s.guard->Roots()) {
@@ -442,10 +453,8 @@ bool MigrateService::Start(std::string &error) {
     sockaddr_un address{};
     sockaddr_un staging{};
     std::string stagingPath = s.options.socketPath + ".starting";
-    if (!FillAddress(s.options.socketPath, address) || !FillAddress(stagingPath, staging)) {
-        error = "the socket path " + s.options.socketPath + " is empty or too long";
-        return false;
-    }
+    FillAddress(s.options.socketPath, address);
+    FillAddress(stagingPath, staging);
     if (SomeoneListens(address)) {
         error = "another service is already listening on " + s.options.socketPath;
         return false;

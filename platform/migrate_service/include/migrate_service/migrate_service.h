@@ -40,6 +40,10 @@ public:
     MigrateService(const MigrateService &) = delete;
     MigrateService &operator=(const MigrateService &) = delete;
 
+    // What is wrong with `options` themselves, as one sentence (without its final period); empty
+    // when they can be served. Start() refuses the same options the same way.
+    static std::string OptionsProblem(const MigrateServiceOptions &options);
+
     // False with one sentence in `error` when the service cannot listen. The socket path appears
     // only once the service is listening.
     bool Start(std::string &error);
