@@ -83,6 +83,20 @@ TEST_F(RunnerCompareTest, ReportsAreReadAsHostileInput) {
     EXPECT_EQ(digest.exitCode, 0) << digest.output;
     EXPECT_NE(digest.output.find("handed file's SHA-256"), std::string::npos) << digest.output;
 
+    // A report of the reworked record: its verdict decides, and its reasons and account outcome count.
+    nlohmann::json judged = ReadJson(report);
+    judged["verdict"] = {
+        {"restored", false}, {"sentence", "Not restored: user 10 was lost"}, {"reasons", {"a"}}};
+    judged["accountOutcome"] = {{"state", "handed over"}, {"reason", ""}};
+    Write("judged.json", judged.dump());
+    RunResult verdict = RunRunner("--compare " + report + " " + dir_ + "/judged.json");
+    EXPECT_EQ(verdict.exitCode, 1) << verdict.output;
+    for (const char *change : {"result: restored -> not restored",
+                               "verdict:  -> Not restored: user 10 was lost", "reasons: none -> a"}) {
+        EXPECT_NE(verdict.output.find(change), std::string::npos) << change << "\n" << verdict.output;
+    }
+    EXPECT_EQ(verdict.output.find("account:"), std::string::npos) << "handed over either way";
+
     nlohmann::json malformed = ReadJson(report);
     malformed["users"][1]["localId"] = "101";
     Write("malformed.json", malformed.dump());
