@@ -17,6 +17,7 @@
 
 #include "account_restore_vocabulary.h"
 #include "batch.h"
+#include "batch_compare.h"
 #include "batch_index.h"
 #include "batch_merge.h"
 #include "libxml_messages.h"
@@ -63,6 +64,7 @@ struct Options {
     unsigned phoneTimeout = 300;
     std::string shard;
     std::vector<std::string> mergeIndex;
+    std::vector<std::string> compare;
     std::string serviceLog;
     std::string eventLog;
     bool useRunningService = false;
@@ -223,7 +225,9 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
                        "runner and sandbox; needs --out")
             ->check(CLI::ExistingDirectory);
     CLI::Option *out = app.add_option(
-        "--out", options.out, "Where --batch writes each phone's report, page and summary, and the index");
+        "--out", options.out,
+        "Where --batch writes each phone's report, page and summary, and the index; where --compare writes "
+        "compare.json and compare.html");
     app.add_option("--jobs", options.jobs,
                    "Phones restored at a time by --batch (default: the number of cores)")
         ->check(CLI::PositiveNumber)
@@ -244,12 +248,23 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
                "OUT_DIR SHARD_DIR...: merge the indexes and phone files of batch folders into OUT_DIR")
             ->expected(2, CLI::detail::expected_max_vector_size);
     batch->needs(out)->excludes(merge);
+    CLI::Option *compare =
+        app.add_option("--compare", options.compare,
+                       "OLD NEW: what changed phone by phone between two batch output folders (or two "
+                       "reports); exit status 1 when a phone or a user restored in OLD is not in NEW")
+            ->expected(2);
+    compare->excludes(batch)->excludes(merge);
+    for (const char *single : {"--snapshot", "--event-log", "--service-journal", "--use-running-service",
+                               "--no-sandbox", "--device-state", "--reveal-secrets"}) {
+        compare->excludes(app.get_option(single));
+    }
     for (const char *single :
          {"--snapshot", "--event-log", "--service-journal", "--use-running-service", "--no-sandbox"}) {
         batch->excludes(app.get_option(single));
     }
     for (CLI::Option *option : perPhone) {
         batch->excludes(option);
+        compare->excludes(option);
     }
 }
 
@@ -344,6 +359,16 @@ int main(int argc, char *argv[]) {
         return code == 0 ? 0 : EXIT_USAGE;
     }
 
+    if (!options.compare.empty()) {
+        try {
+            std::string error;
+            const int status =
+                CompareRuns(options.compare[0], options.compare[1], options.out, std::cout, error);
+            return error.empty() ? status : Fail(error);
+        } catch (const std::exception &e) {
+            return Fail(std::string("unexpected failure: ") + e.what() + ".");
+        }
+    }
     for (const std::string *path :
          {&options.snapshot, &options.deviceState, &options.reportPath, &options.htmlPath, &options.eventLog,
           &options.serviceLog, &options.batch, &options.out}) {

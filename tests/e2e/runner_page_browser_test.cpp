@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "headless_browser.h"
@@ -138,6 +139,25 @@ TEST_F(RunnerPageBrowserTest, DrawsEveryUserAndPhotoAndKeepsPhoneTextAsText) {
     EXPECT_EQ(index["pwned"], "undefined");
     EXPECT_EQ(index["phones"], nlohmann::json({odd, "hostile", "sample"}));
     EXPECT_EQ(index["links"], nlohmann::json::parse(R"(["phones/hostile.html", "phones/sample.html"])"));
+
+    // The comparison with a run whose hostile phone lost a user draws the phone's texts as text.
+    const std::string worse = dir_ + "/worse";
+    std::filesystem::copy(out, worse, std::filesystem::copy_options::recursive);
+    nlohmann::json report = ReadJson(worse + "/phones/hostile.json");
+    report["users"][1]["decision"] = "failed";
+    report["users"][1]["explanation"] = "</script><script>window.pwned=5</script>";
+    std::filesystem::remove(worse + "/phones/hostile.json");
+    Write("worse/phones/hostile.json", report.dump());
+    run = RunRunner("--compare " + out + " " + worse + " --out " + dir_ + "/comparison");
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    const nlohmann::json comparison = Render(dir_ + "/comparison/compare.html");
+    EXPECT_EQ(comparison["pwned"], "undefined");
+    const std::string drawn = comparison["text"];
+    EXPECT_NE(drawn.find("</script><script>window.pwned=5</script>"), std::string::npos) << drawn;
+    EXPECT_NE(
+        drawn.find("Source user 10: created as OS account 101 in OLD, failed as OS account 101 in NEW."),
+        std::string::npos)
+        << drawn;
 }
 
 }  // namespace
