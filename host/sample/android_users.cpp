@@ -166,6 +166,12 @@ bool WriteFile(const std::filesystem::path &path, const std::string &content, st
     return true;
 }
 
+bool WriteUserFile(const std::filesystem::path &path, const std::string &content, bool withReserveCopy,
+                   std::string &error) {
+    return WriteFile(path, content, error) &&
+           (!withReserveCopy || WriteFile(path.string() + ".reservecopy", content, error));
+}
+
 }  // namespace
 
 std::string AndroidPhotoPath(int32_t userId) {
@@ -181,7 +187,9 @@ std::string EncodeUserList(const AndroidUsers &users, UserFileForm form) {
     sink->StartTag("users");
     sink->IntAttribute("nextSerialNumber", nextSerialNumber);
     sink->IntAttribute("version", users.version);
-    sink->IntAttribute("userTypeConfigVersion", 1);
+    if (users.userTypeConfigVersion) {
+        sink->IntAttribute("userTypeConfigVersion", *users.userTypeConfigVersion);
+    }
     sink->StartTag("guestRestrictions");
     sink->StartTag("restrictions");
     sink->BoolAttribute("no_sms", true);
@@ -189,9 +197,11 @@ std::string EncodeUserList(const AndroidUsers &users, UserFileForm form) {
     sink->BoolAttribute("no_config_wifi", false);
     sink->EndTag("restrictions");
     sink->EndTag("guestRestrictions");
-    sink->StartTag("deviceOwnerUserId");
-    sink->IntAttribute("id", NO_DEVICE_OWNER);
-    sink->EndTag("deviceOwnerUserId");
+    if (users.withDeviceOwnerUserId) {
+        sink->StartTag("deviceOwnerUserId");
+        sink->IntAttribute("id", NO_DEVICE_OWNER);
+        sink->EndTag("deviceOwnerUserId");
+    }
     for (const auto &user : users.users) {
         sink->StartTag("user");
         sink->IntAttribute("id", user.id);
@@ -212,8 +222,12 @@ std::string EncodeUserFile(const AndroidUser &user, UserFileForm form) {
     }
     sink->LongAttribute("created", user.created);
     sink->LongAttribute("lastLoggedIn", user.lastLoggedIn);
-    sink->StringAttribute("lastLoggedInFingerprint",
-                          "corvan/phone/phone:13/TP1A.220624.014/eng.2022:user/release-keys");
+    if (user.lastLoggedInFingerprint) {
+        sink->StringAttribute("lastLoggedInFingerprint", *user.lastLoggedInFingerprint);
+    }
+    if (user.lastEnteredForeground) {
+        sink->LongAttribute("lastEnteredForeground", *user.lastEnteredForeground);
+    }
     if (user.icon.has_value()) {
         sink->StringAttribute("icon", *user.icon);
     } else if (user.photo.has_value()) {
@@ -231,6 +245,9 @@ std::string EncodeUserFile(const AndroidUser &user, UserFileForm form) {
     EmptyElement(*sink, "restrictions");
     EmptyElement(*sink, "device_policy_local_restrictions");
     EmptyElement(*sink, "device_policy_global_restrictions");
+    if (user.withUserProperties) {
+        EmptyElement(*sink, "userProperties");
+    }
     sink->StartTag("ignorePrepareStorageErrors");
     sink->Text("false");
     sink->EndTag("ignorePrepareStorageErrors");
@@ -247,12 +264,13 @@ bool WriteAndroidUsers(const std::string &dir, const AndroidUsers &users, UserFi
         return false;
     }
     const std::filesystem::path root(dir);
-    if (!WriteFile(root / "userlist.xml", EncodeUserList(users, form), error)) {
+    if (!WriteUserFile(root / "userlist.xml", EncodeUserList(users, form), users.withReserveCopies, error)) {
         return false;
     }
     for (const auto &user : users.users) {
         const std::string id = std::to_string(user.id);
-        if (!WriteFile(root / (id + ".xml"), EncodeUserFile(user, form), error)) {
+        if (!WriteUserFile(root / (id + ".xml"), EncodeUserFile(user, form), users.withReserveCopies,
+                           error)) {
             return false;
         }
         if (user.photo.has_value()) {

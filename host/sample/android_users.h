@@ -19,6 +19,9 @@ constexpr int32_t USER_FLAG_SYSTEM = 0x00000800;
 constexpr int32_t USER_FLAG_PROFILE = 0x00001000;
 constexpr int32_t USER_FLAG_MAIN = 0x00004000;
 
+// The build fingerprint the sample users were last logged in under.
+constexpr char SAMPLE_FINGERPRINT[] = "corvan/phone/phone:13/TP1A.220624.014/eng.2022:user/release-keys";
+
 constexpr char USER_TYPE_SYSTEM[] = "android.os.usertype.full.SYSTEM";
 constexpr char USER_TYPE_SECONDARY[] = "android.os.usertype.full.SECONDARY";
 constexpr char USER_TYPE_GUEST[] = "android.os.usertype.full.GUEST";
@@ -27,7 +30,7 @@ constexpr char USER_TYPE_MANAGED_PROFILE[] = "android.os.usertype.profile.MANAGE
 // Where Android keeps a user's photo; the "icon" attribute holds this path.
 std::string AndroidPhotoPath(int32_t userId);
 
-// One user as Android 11 and later describe it in /data/system/users/<id>.xml.
+// One user as Android describes it in /data/system/users/<id>.xml.
 struct AndroidUser {
     int32_t id = 0;
     int32_t serialNumber = 0;
@@ -42,11 +45,18 @@ struct AndroidUser {
     // only with a photo.
     std::optional<std::string> icon;
     int32_t profileGroupId = -10000;  // the parent of a profile; -10000 for none
+    std::optional<std::string> lastLoggedInFingerprint = std::string(SAMPLE_FINGERPRINT);
+    std::optional<int64_t> lastEnteredForeground;  // Android 14 and later
+    bool withUserProperties = false;               // the userProperties child of Android 14 and later
 };
 
 // The user list (userlist.xml) and every listed user's file.
 struct AndroidUsers {
-    int32_t version = 9;  // 9 on Android 11-13, 11 from Android 14
+    int32_t version = 9;                               // 9 on Android 11-13, 11 from Android 14
+    std::optional<int32_t> userTypeConfigVersion = 1;  // Android 12 and later
+    bool withDeviceOwnerUserId = true;                 // gone from Android 14
+    // Android 15 keeps a byte-identical "<file>.reservecopy" beside each file.
+    bool withReserveCopies = false;
     std::vector<AndroidUser> users;
 };
 

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "android_release.h"
 #include "command_line.h"
 #include "phone_description.h"
 #include "sample_archive.h"
@@ -63,6 +64,7 @@ int main(int argc, char *argv[]) {
     Zarvo::Tools::DescribeTool(
         app, TOOL,
         "  make_sample_phone --out /tmp/phone\n"
+        "  make_sample_phone --android 8 --out /tmp/phone8\n"
         "  make_sample_phone --description phone.json --form zip --out /tmp/phone.zip\n"
         "  make_sample_phone --form split --out /tmp/backup/data.ext4.win\n");
     std::string out;
@@ -71,6 +73,7 @@ int main(int argc, char *argv[]) {
     bool replace = false;
     std::string formName = "folder";
     uint64_t pieceBytes = 16 * 1024;
+    int android = 0;
     app.add_option(
            "-o,--out", out,
            "Where to write the snapshot: an empty or new folder, an archive file, or the name a split "
@@ -85,6 +88,10 @@ int main(int argc, char *argv[]) {
     app.add_option("-d,--description", description,
                    "JSON description of the phone (default: the sample phone)")
         ->check(CLI::ExistingFile);
+    app.add_option("--android", android,
+                   "Write the phone as Android release N (7 to 15) leaves it: its user files' version, "
+                   "form and attributes, its account database's form; a description applies on top")
+        ->check(CLI::Range(Zarvo::Fixtures::FIRST_ANDROID_RELEASE, Zarvo::Fixtures::LAST_ANDROID_RELEASE));
     app.add_flag("--text-xml", textXml, "Write the user files as text XML instead of binary XML");
     app.add_flag("--replace", replace,
                  "Replace what is at --out: a folder that is not empty, or an existing archive");
@@ -92,7 +99,8 @@ int main(int argc, char *argv[]) {
         return *status;
     }
 
-    Zarvo::Fixtures::SamplePhone phone = Zarvo::Fixtures::DefaultSamplePhone();
+    Zarvo::Fixtures::SamplePhone phone =
+        android != 0 ? *Zarvo::Fixtures::AndroidReleasePhone(android) : Zarvo::Fixtures::DefaultSamplePhone();
     std::string error;
     if (!description.empty() && !Zarvo::Fixtures::LoadSamplePhoneDescription(description, phone, error)) {
         return Refuse(TOOL, error, EXIT_USAGE);

@@ -18,6 +18,7 @@ expect() {
 expect 2 "--out is required" "$tool"
 expect 2 "not expected" "$tool" --out phone extra
 expect 2 "--form: zap not in" "$tool" --out phone --form zap
+expect 2 "--android: Value 6 not in range 7 to 15" "$tool" --out phone --android 6
 expect 0 "" "$tool" --version
 grep -qx "make_sample_phone $version (.*)" out.txt || fail "--version printed: $(cat out.txt)"
 expect 0 "" "$tool" --help
