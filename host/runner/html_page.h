@@ -2,6 +2,7 @@
 #define HOST_RUNNER_HTML_PAGE_H
 
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 
 namespace Zarvo::Host {
@@ -13,9 +14,15 @@ namespace Zarvo::Host {
 std::string SelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
                               const nlohmann::json &data);
 
+// The same page written straight to `out`: the data's JSON is escaped as it is serialized, never
+// held as text.
+void WriteSelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
+                            const nlohmann::json &data, std::ostream &out);
+
 // JSON that can stand inside a script element: "<", ">" and "&" (and U+2028, U+2029) as \u
 // escapes, so that no text of the data can end the element or open a comment.
 std::string JsonForScriptElement(const nlohmann::json &data);
+void WriteJsonForScriptElement(const nlohmann::json &data, std::ostream &out);
 
 }  // namespace Zarvo::Host
 

@@ -202,11 +202,18 @@ int Run(const Options &options, int64_t startNs) {
 
     const RunRecord record = BuildRunRecord(std::move(capture), options.showSecrets);
     WriteSummary(record, std::cout);
+    // Both files carry the same document: built once, and written out as it is serialized.
+    nlohmann::json report;
+    if (!options.reportPath.empty() || !options.htmlPath.empty()) {
+        report = ReportJson(record);
+    }
     if (!options.reportPath.empty()) {
-        error = WriteOwnerOnlyFile(options.reportPath, ReportText(ReportJson(record)));
+        error = WriteOwnerOnlyFile(options.reportPath,
+                                   [&report](std::ostream &out) { WriteReportText(report, out); });
     }
     if (error.empty() && !options.htmlPath.empty()) {
-        error = WriteOwnerOnlyFile(options.htmlPath, RunPage(record));
+        error = WriteOwnerOnlyFile(options.htmlPath,
+                                   [&](std::ostream &out) { WriteRunPage(record, report, out); });
     }
     if (error.empty()) {
         error = EventLogError();

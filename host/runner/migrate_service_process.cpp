@@ -2,9 +2,11 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -33,18 +35,34 @@ std::string ExitText(int status) {
     return "status " + std::to_string(status);
 }
 
-// Reaps `pid`; false when it is still running at `deadline`.
+// Reaps `pid`; false when it is still running at `deadline`. It sleeps on a descriptor of the
+// process, which becomes readable when the process ends, rather than polling (kernels without
+// pidfd_open get a short sleep between looks).
 bool WaitForExit(pid_t pid, int &status, Clock::time_point deadline) {
+    const int pidFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    bool reaped = false;
     for (;;) {
-        pid_t reaped = waitpid(pid, &status, WNOHANG);
-        if (reaped == pid || (reaped < 0 && errno != EINTR)) {
-            return true;
+        pid_t got = waitpid(pid, &status, WNOHANG);
+        if (got == pid || (got < 0 && errno != EINTR)) {
+            reaped = true;
+            break;
         }
-        if (Clock::now() >= deadline) {
-            return false;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            break;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (pidFd >= 0) {
+            pollfd wait{pidFd, POLLIN, 0};
+            poll(&wait, 1, static_cast<int>(std::min<int64_t>(left + 1, 1000)));
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
     }
+    if (pidFd >= 0) {
+        close(pidFd);
+    }
+    return reaped;
 }
 
 // Reads what the daemon writes on its readiness pipe until it has said "ready", the pipe ends, or

@@ -1,6 +1,8 @@
 #ifndef HOST_RUNNER_OWNER_ONLY_FILE_H
 #define HOST_RUNNER_OWNER_ONLY_FILE_H
 
+#include <functional>
+#include <ostream>
 #include <string>
 
 namespace Zarvo::Host {
@@ -9,6 +11,10 @@ namespace Zarvo::Host {
 // file exists: it is written under a temporary name made 0600 in the same folder, then renamed over
 // `path` (a link there is replaced, never written through). Empty text on success, else one sentence.
 std::string WriteOwnerOnlyFile(const std::string &path, const std::string &content);
+
+// The same, with the content written by `write` straight into the file's stream, so that a large
+// document is never held whole in memory.
+std::string WriteOwnerOnlyFile(const std::string &path, const std::function<void(std::ostream &)> &write);
 
 }  // namespace Zarvo::Host
 

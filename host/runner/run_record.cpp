@@ -49,7 +49,7 @@ std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, boo
                                " bytes that are not JSON, withheld: they may hold the auth token)";
             }
             HandedAccount unreadable;
-            unreadable.file = file;
+            unreadable.file = {file.path, file.uid, file.gid, file.mode, ""};
             return unreadable;
         }
         if (!showSecrets) {
@@ -67,12 +67,12 @@ std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, boo
         handed.type = text("type");
         handed.locale = text("locale");
         handed.authToken = text("authtoken");
-        handed.file = file;
+        handed.file = {file.path, file.uid, file.gid, file.mode, ""};
         if (account.contains("id") && account["id"].is_number_integer()) {
             handed.id = account["id"].get<int64_t>();
         }
         if (account.contains("extras") && account["extras"].is_array()) {
-            handed.extras = account["extras"];
+            handed.extras = std::move(account["extras"]);
         }
         return handed;
     }

@@ -60,7 +60,7 @@ struct HandedAccount {
     int64_t id = 0;
     std::string authToken;  // masked unless secrets are shown
     nlohmann::json extras = nlohmann::json::array();
-    HandedFile file;  // its content with the secrets masked the same way
+    HandedFile file;  // where it lies and its owner; its content is the capture's handed file
 };
 
 // One source user: what became of it, why, and what the phone's file says about it.

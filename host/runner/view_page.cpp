@@ -6,11 +6,23 @@
 
 namespace Zarvo::Host {
 
+namespace {
+
+std::string RunPageTitle(const RunRecord &record) {
+    return "Restore of " + record.capture.snapshot + ": " +
+           (record.capture.result ? "restored" : "not restored");
+}
+
+}  // namespace
+
 std::string RunPage(const RunRecord &record) {
-    const std::string title = "Restore of " + record.capture.snapshot + ": " +
-                              (record.capture.result ? "restored" : "not restored");
-    return SelfContainedPage(title, PAGE_STYLE, std::string(PAGE_COMMON_SCRIPT) + RUN_PAGE_SCRIPT,
-                             ReportJson(record));
+    return SelfContainedPage(RunPageTitle(record), PAGE_STYLE,
+                             std::string(PAGE_COMMON_SCRIPT) + RUN_PAGE_SCRIPT, ReportJson(record));
+}
+
+void WriteRunPage(const RunRecord &record, const nlohmann::json &report, std::ostream &out) {
+    WriteSelfContainedPage(RunPageTitle(record), PAGE_STYLE,
+                           std::string(PAGE_COMMON_SCRIPT) + RUN_PAGE_SCRIPT, report, out);
 }
 
 std::string IndexPage(const nlohmann::json &index) {

@@ -2,6 +2,7 @@
 #define HOST_RUNNER_VIEW_PAGE_H
 
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 
 #include "run_record.h"
@@ -11,6 +12,10 @@ namespace Zarvo::Host {
 // The record as one self-contained HTML page (--html): it carries the JSON report itself and
 // draws it in the browser, so that page and report never disagree.
 std::string RunPage(const RunRecord &record);
+
+// The same page written straight to `out`, carrying `report` (ReportJson(record), built once for
+// both files).
+void WriteRunPage(const RunRecord &record, const nlohmann::json &report, std::ostream &out);
 
 // A batch's index (index.json's document) as a self-contained page.
 std::string IndexPage(const nlohmann::json &index);

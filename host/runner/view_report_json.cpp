@@ -273,4 +273,11 @@ std::string ReportText(const nlohmann::json &report) {
     return report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+void WriteReportText(const nlohmann::json &report, std::ostream &out) {
+    nlohmann::detail::serializer<nlohmann::json> serializer(nlohmann::detail::output_adapter<char>(out), ' ',
+                                                            nlohmann::json::error_handler_t::replace);
+    serializer.dump(report, true, false, 2);
+    out << '\n';
+}
+
 }  // namespace Zarvo::Host

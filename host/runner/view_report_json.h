@@ -2,6 +2,7 @@
 #define HOST_RUNNER_VIEW_REPORT_JSON_H
 
 #include <nlohmann/json.hpp>
+#include <ostream>
 
 #include "run_record.h"
 
@@ -12,6 +13,9 @@ nlohmann::json ReportJson(const RunRecord &record);
 
 // The document as text: two-space indentation, text that is not UTF-8 replaced by U+FFFD.
 std::string ReportText(const nlohmann::json &report);
+
+// The same text written straight to `out`, without holding it whole.
+void WriteReportText(const nlohmann::json &report, std::ostream &out);
 
 }  // namespace Zarvo::Host
 
