@@ -21,7 +21,7 @@ declare -A rate
 for jobs in 1 2; do
   start=$(date +%s.%N)
   status=0
-  "$runner" --batch "$work/phones" --out "$work/out$jobs" --jobs "$jobs" 2>/dev/null || status=$?
+  "$runner" --batch "$work/phones" --out "$work/out$jobs" --jobs "$jobs" >/dev/null 2>&1 || status=$?
   end=$(date +%s.%N)
   [ "$status" -eq 0 ] || { echo "batch_bench: the batch with --jobs $jobs ended with $status" >&2; exit 1; }
   seconds=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')

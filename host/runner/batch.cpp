@@ -60,14 +60,15 @@ std::vector<std::string> FolderEntries(const std::string &folder, std::string &e
     return WithoutLaterPieces(std::move(names));
 }
 
-// The environment of a phone's runner: its log lines go to its report only, and it measures its
-// own time from its own start.
+// The environment of a phone's runner: its log lines and fault events go to its report only (each
+// runner replaces the event log it is given, so phones cannot share one), and it measures its own
+// time from its own start.
 std::vector<std::string> ChildEnvironment() {
     std::vector<std::string> environment;
     for (char **variable = environ; *variable != nullptr; ++variable) {
         const std::string entry = *variable;
         if (entry.rfind(std::string(START_TIME_VARIABLE) + "=", 0) != 0 &&
-            entry.rfind("ZARVO_HILOG_OUTPUT=", 0) != 0) {
+            entry.rfind("ZARVO_HILOG_OUTPUT=", 0) != 0 && entry.rfind("ZARVO_HISYSEVENT_LOG=", 0) != 0) {
             environment.push_back(entry);
         }
     }
@@ -319,11 +320,33 @@ private:
     std::vector<nlohmann::json> rows_;
 };
 
+std::string BatchEndLine(const nlohmann::json &totals, const std::string &indexPage) {
+    const int phones = totals["phones"].get<int>();
+    std::string line = std::to_string(phones) + (phones == 1 ? " phone" : " phones");
+    std::string separator = ": ";
+    for (const auto &[member, words] :
+         {std::pair{"restored", RESTORED}, std::pair{"notRestored", NOT_RESTORED},
+          std::pair{"notSetUp", NOT_SET_UP}}) {
+        const int count = totals[member].get<int>();
+        if (count > 0) {
+            line += separator + std::to_string(count) + " " + words;
+            separator = ", ";
+        }
+    }
+    return line + "; index: " + indexPage;
+}
+
 }  // namespace
 
 int RunBatch(const BatchOptions &options, std::string &error) {
     std::vector<std::string> phones = FolderEntries(options.folder, error);
     if (!error.empty()) {
+        return EXIT_BAD_USAGE;
+    }
+    // A shard may well be empty on a small shelf; a shelf never.
+    if (phones.empty()) {
+        error = "the --batch folder " + options.folder +
+                " holds no phone (hidden entries and the later pieces of a split backup are none).";
         return EXIT_BAD_USAGE;
     }
     phones = ShardEntries(std::move(phones), options.shard);
@@ -356,7 +379,11 @@ int RunBatch(const BatchOptions &options, std::string &error) {
     nlohmann::json index = BuildIndex(
         run.TakeRows(), options.sharded ? std::optional<Shard>(options.shard) : std::nullopt, elapsedMs);
     error = WriteIndex(options.out, index);
-    return error.empty() ? IndexExitStatus(index) : EXIT_BAD_USAGE;
+    if (!error.empty()) {
+        return EXIT_BAD_USAGE;
+    }
+    std::cout << BatchEndLine(index["totals"], options.out + "/index.html") << std::endl;
+    return IndexExitStatus(index);
 }
 
 }  // namespace Zarvo::Host

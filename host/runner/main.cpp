@@ -20,8 +20,10 @@
 #include "batch_compare.h"
 #include "batch_index.h"
 #include "batch_merge.h"
+#include "device_state_file.h"
 #include "libxml_messages.h"
 #include "migrate_service_process.h"
+#include "output_paths.h"
 #include "own_path.h"
 #include "owner_only_file.h"
 #include "path_within.h"
@@ -35,6 +37,7 @@
 #include "sample_phone.h"
 #include "sandbox.h"
 #include "snapshot.h"
+#include "support/build_info.h"
 #include "view_page.h"
 #include "view_report_json.h"
 #include "view_summary.h"
@@ -50,6 +53,7 @@ constexpr int EXIT_USAGE = 2;
 const std::string WORK_ROOT = Zarvo::RestoreVocabulary::PLUGIN_ROOT_PATH;
 const std::string SAMPLE_SNAPSHOT = "/data/runner/sample_phone";
 const std::string APP_DATA_ROOT = "/data/app";
+constexpr unsigned MAX_JOBS = 1024;
 
 struct Options {
     std::string plugin;
@@ -60,7 +64,7 @@ struct Options {
     bool showSecrets = false;
     std::string batch;
     std::string out;
-    unsigned jobs = 0;
+    unsigned jobs = 0;  // 0: the number of cores
     unsigned phoneTimeout = 300;
     std::string shard;
     std::vector<std::string> mergeIndex;
@@ -69,6 +73,7 @@ struct Options {
     std::string eventLog;
     bool useRunningService = false;
     bool noSandbox = false;
+    bool showLog = false;
 };
 
 int64_t NowNs() {
@@ -132,7 +137,10 @@ int Run(const Options &options, int64_t startNs) {
     }
     const char *eventLog = std::getenv("ZARVO_HISYSEVENT_LOG");
     if (!options.eventLog.empty() || eventLog != nullptr) {
-        if (!SetEventLogPath(options.eventLog.empty() ? eventLog : options.eventLog, error)) {
+        const std::string path = options.eventLog.empty() ? eventLog : options.eventLog;
+        // Like the service journal, a run's event log holds that run's events only.
+        unlink(path.c_str());
+        if (!SetEventLogPath(path, error)) {
             return Fail(error);
         }
     }
@@ -236,8 +244,16 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
         "Where --batch writes each phone's report, page and summary, and the index; where --compare writes "
         "compare.json and compare.html");
     app.add_option("--jobs", options.jobs,
-                   "Phones restored at a time by --batch (default: the number of cores)")
-        ->check(CLI::PositiveNumber)
+                   "Phones restored at a time by --batch, 1 to " + std::to_string(MAX_JOBS) +
+                       " (default: the number of cores)")
+        ->check(CLI::Validator(
+            [](const std::string &text) {
+                unsigned jobs = 0;
+                return CLI::detail::lexical_cast(text, jobs) && jobs >= 1 && jobs <= MAX_JOBS
+                           ? std::string()
+                           : text + " is not a number of phones from 1 to " + std::to_string(MAX_JOBS);
+            },
+            "N"))
         ->needs(batch);
     app.add_option("--phone-timeout", options.phoneTimeout,
                    "Seconds a phone of --batch may take; its runner, sandbox and migrate service are ended "
@@ -265,8 +281,8 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
                                "--no-sandbox", "--device-state", "--reveal-secrets"}) {
         compare->excludes(app.get_option(single));
     }
-    for (const char *single :
-         {"--snapshot", "--event-log", "--service-journal", "--use-running-service", "--no-sandbox"}) {
+    for (const char *single : {"--snapshot", "--event-log", "--service-journal", "--use-running-service",
+                               "--no-sandbox", "--show-log"}) {
         batch->excludes(app.get_option(single));
     }
     for (CLI::Option *option : perPhone) {
@@ -275,7 +291,8 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
     }
 }
 
-int BatchCommand(const Options &options) {
+// `deviceStateText`: the device-state file as the pre-flight read and checked it.
+int BatchCommand(const Options &options, const std::string &deviceStateText) {
     if (InSandbox()) {
         return Fail("--batch makes a sandbox for each phone; run it outside one.");
     }
@@ -297,16 +314,58 @@ int BatchCommand(const Options &options) {
         return Fail("could not find this program's own path to run each phone.");
     }
     batch.runnerOptions = {"--plugin", fs::absolute(options.plugin).string()};
+    // Read once for the whole batch: every phone gets the state that was checked.
+    UniqueFd deviceState;
     if (!options.deviceState.empty()) {
-        batch.runnerOptions.insert(batch.runnerOptions.end(),
-                                   {"--device-state", fs::absolute(options.deviceState).string()});
+        std::string path;
+        std::string error;
+        deviceState = SealedCopy(deviceStateText, path, error);
+        if (!error.empty()) {
+            return Fail(error);
+        }
+        batch.runnerOptions.insert(batch.runnerOptions.end(), {"--device-state", path});
     }
     if (options.showSecrets) {
         batch.runnerOptions.emplace_back("--reveal-secrets");
     }
     std::string error;
-    int status = RunBatch(batch, error);
+    const int status = RunBatch(batch, error);
     return error.empty() ? status : Fail(error);
+}
+
+// Every problem that can be known before anything runs or is written, as one sentence (empty text:
+// none). `deviceStateText` gets the device-state file's content.
+std::string PreflightProblem(const Options &options, std::string &deviceStateText) {
+    for (const std::string *path :
+         {&options.snapshot, &options.deviceState, &options.reportPath, &options.htmlPath, &options.eventLog,
+          &options.serviceLog, &options.batch, &options.out}) {
+        if (!path->empty() && !options.noSandbox && fs::absolute(*path).string().rfind("/data/", 0) == 0) {
+            return *path + " lies under /data, which the sandbox replaces; keep it elsewhere.";
+        }
+    }
+    const char *eventLogVariable = std::getenv("ZARVO_HISYSEVENT_LOG");
+    const std::pair<const char *, std::string> files[] = {
+        {"--report", options.reportPath},
+        {"--html", options.htmlPath},
+        {"--event-log", options.eventLog},
+        {"ZARVO_HISYSEVENT_LOG",
+         options.eventLog.empty() && options.batch.empty() && eventLogVariable != nullptr ? eventLogVariable
+                                                                                          : ""},
+        {"--service-journal", options.serviceLog},
+    };
+    for (const auto &[option, path] : files) {
+        const std::string problem = path.empty() ? "" : OutputFileProblem(option, path);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    if (!options.out.empty()) {
+        const std::string problem = OutputFolderProblem("--out", options.out);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    return options.deviceState.empty() ? "" : ReadDeviceStateFile(options.deviceState, deviceStateText);
 }
 
 int MergeIndexCommand(const std::vector<std::string> &arguments) {
@@ -331,6 +390,16 @@ int main(int argc, char *argv[]) {
     PrintLibxmlMessagesPrintably();
     CLI::App app{
         "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
+    app.name("restore_runner");
+    app.set_version_flag("--version", Zarvo::BuildInfo::VersionLine("restore_runner"),
+                         "Print the version and exit");
+    app.footer(
+        "Exit status: 0 restored (with --batch: every phone), 1 RestoreData returned false (a phone was not "
+        "restored), 2 bad usage or input, or the restore could not be set up (a phone could not be).\n\n"
+        "Examples:\n"
+        "  restore_runner --snapshot phone.tar.gz --html phone.html\n"
+        "  restore_runner --snapshot backup/data.ext4.win000 --report run.json --device-state state.json\n"
+        "  restore_runner --batch shelf/ --out results/ --jobs 4");
     Options options;
     options.plugin = DefaultPlugin();
     app.add_option("-p,--plugin", options.plugin, "The plug-in to load")->check(CLI::ExistingFile);
@@ -351,21 +420,36 @@ int main(int argc, char *argv[]) {
         "Show the auth token and credential-named account extras in clear in the summary, report and "
         "page (they are masked by default)");
     app.add_option("--event-log", options.eventLog,
-                   "Append every fault event as a JSON line to this file (default: $ZARVO_HISYSEVENT_LOG)");
+                   "Write every fault event as a JSON line to this file, replacing it (default: "
+                   "$ZARVO_HISYSEVENT_LOG)");
     app.add_option("--service-journal", options.serviceLog,
-                   "Keep the migrate service's request journal in this file");
+                   "Write the migrate service's request journal to this file, replacing it");
     app.add_flag("--use-running-service", options.useRunningService,
                  "Use a migrate service that is already listening instead of starting one");
     app.add_flag("--no-sandbox", options.noSandbox,
                  "Run in the current mount namespace: /data and /dev/unix are already prepared");
+    app.add_flag("--show-log", options.showLog,
+                 "Print the device log lines of the plug-in and platform on stderr as they come (the report "
+                 "and page hold them anyway)");
     AddBatchOptions(app, options, {report, html});
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
-        int code = app.exit(e);
-        return code == 0 ? 0 : EXIT_USAGE;
+        if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            return app.exit(e);
+        }
+        return Fail(std::string(e.what()) + " (see --help).");
     }
 
+    if (!options.out.empty() && options.batch.empty() && options.compare.empty()) {
+        return Fail("--out requires --batch or --compare (see --help).");
+    }
+    // The device's own log lines are in the report and the page; the terminal shows them when asked.
+    if (options.showLog) {
+        SetLogOutput("stderr");
+    } else if (std::getenv("ZARVO_HILOG_OUTPUT") == nullptr) {
+        SetLogOutput("off");
+    }
     if (!options.compare.empty()) {
         try {
             std::string error;
@@ -376,20 +460,18 @@ int main(int argc, char *argv[]) {
             return Fail(std::string("unexpected failure: ") + e.what() + ".");
         }
     }
-    for (const std::string *path :
-         {&options.snapshot, &options.deviceState, &options.reportPath, &options.htmlPath, &options.eventLog,
-          &options.serviceLog, &options.batch, &options.out}) {
-        if (!path->empty() && !options.noSandbox && !InSandbox() &&
-            fs::absolute(*path).string().rfind("/data/", 0) == 0) {
-            return Fail(*path + " lies under /data, which the sandbox replaces; keep it elsewhere.");
-        }
-    }
     try {
         if (!options.mergeIndex.empty()) {
             return MergeIndexCommand(options.mergeIndex);
         }
+        // Inside the sandbox the runner that made it has checked all this already.
+        std::string deviceStateText;
+        const std::string problem = InSandbox() ? "" : PreflightProblem(options, deviceStateText);
+        if (!problem.empty()) {
+            return Fail(problem);
+        }
         if (!options.batch.empty()) {
-            return BatchCommand(options);
+            return BatchCommand(options, deviceStateText);
         }
     } catch (const std::exception &e) {
         return Fail(std::string("unexpected failure: ") + e.what() + ".");

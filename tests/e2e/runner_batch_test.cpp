@@ -55,6 +55,10 @@ TEST_F(RunnerBatchTest, IndexTellsEachPhoneAndTheExitStatusTheWorst) {
     EXPECT_EQ(ReadFile(outside), "outside");
     EXPECT_FALSE(fs::is_symlink(out + "/phones/good.txt"));
     EXPECT_NE(run.output.find("4/4 done, 3 failed"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("\n4 phones: 1 restored, 1 not restored, 2 not set up; index: " + out +
+                              "/index.html\n"),
+              std::string::npos)
+        << run.output;
 
     const nlohmann::json index = ReadJson(out + "/index.json");
     ASSERT_TRUE(index.is_object()) << run.output;
@@ -163,6 +167,27 @@ TEST_F(RunnerBatchLimitsTest, APhoneThatHangsIsEndedWithAllItStartedAtItsTimeLim
         const std::string command = ReadFile(process.path() / "cmdline");
         EXPECT_EQ(command.find(dir_), std::string::npos) << process.path() << ": " << command;
     }
+}
+
+// A split recovery backup is one phone, named by its first piece, and its device state reaches it.
+TEST_F(RunnerBatchLimitsTest, ASplitBackupOnAShelfIsOnePhone) {
+    const std::string shelf = dir_ + "/shelf";
+    fs::create_directories(shelf);
+    MakePhone(shelf + "/data.ext4.win", "", "--form split --piece-size 8192");
+    ASSERT_TRUE(fs::exists(shelf + "/data.ext4.win002"));
+    const std::string state = Write("state.json", R"({"osAccounts": [
+        {"localId": 100, "localName": "admin", "type": "ADMIN", "isActived": true},
+        {"localId": 101, "localName": "taken"}]})");
+    RunResult run = RunRunner("--batch " + shelf + " --out " + dir_ + "/out --device-state " + state);
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("\n1 phone: 1 restored; index: " + dir_ + "/out/index.html\n"),
+              std::string::npos)
+        << run.output;
+    const nlohmann::json index = ReadJson(dir_ + "/out/index.json");
+    ASSERT_TRUE(index.is_object()) << run.output;
+    ASSERT_EQ(index["phones"].size(), 1u) << index.dump(1);
+    EXPECT_EQ(index["phones"][0]["phone"], "data.ext4.win000");
+    EXPECT_EQ(index["phones"][0]["events"], nlohmann::json({{"CREATE_USER_ERROR", 1}})) << index.dump(1);
 }
 
 // A name with a control character or that is not UTF-8 cannot name a phone's files, row and page

@@ -2,10 +2,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "runner_process.h"
 
@@ -171,58 +173,122 @@ TEST_F(RunnerCliTest, LinksAndSpecialFilesOfASnapshotAreLeftOutAndListed) {
         << "the host file's content, base64, must not become a photo";
 }
 
-TEST_F(RunnerCliTest, BadUsageExitsWithTwoAndOneSentence) {
+// Every file and folder below the test's folder, with its kind and size.
+std::set<std::string> Listing(const std::string &dir) {
+    std::set<std::string> entries;
+    for (const auto &entry : fs::recursive_directory_iterator(dir)) {
+        const auto status = entry.symlink_status();
+        entries.insert(entry.path().string() + " " + std::to_string(static_cast<int>(status.type())) + " " +
+                       (fs::is_regular_file(status) ? std::to_string(entry.file_size()) : ""));
+    }
+    return entries;
+}
+
+// Whatever can be known before the restore is refused before anything runs: one sentence, exit
+// status 2, and nothing written (no report, page, log, out folder), no sandbox started.
+TEST_F(RunnerCliTest, RefusesBeforeAnythingRunsOrIsWritten) {
     const std::string bad = Write("bad.json", "{not json");
+    const std::string badFaults = Write("faults.json", R"({"migrateService": {"faults": 3}})");
     const std::string shelf = fs::path(Write("shelf/.hidden", "")).parent_path();
-    fs::create_directory_symlink(shelf, dir_ + "/into-shelf");
+    const std::string phones = dir_ + "/phones";
+    MakePhone(phones + "/good");
+    fs::create_directory_symlink(phones, dir_ + "/into-phones");
+    const std::string file = Write("file", "");
+    const std::string out = " --out " + dir_ + "/out";
+    // The host is read-only in the tests' sandbox.
+    const std::string readOnly = "/etc/restore-runner-test";
     struct Case {
         std::string arguments;
         std::string says;
     } cases[] = {
         {"--snapshot " + dir_ + "/missing", "does not exist"},
         {"--snapshot " + dir_, "holds neither"},
-        {"--device-state " + bad, "restore_runner: "},
         {"--snapshot /data/whatever", "/data/whatever"},
         {"--no-such-option", "no-such-option"},
-        {"--batch " + dir_, "requires --out"},
+        {"--batch " + dir_, "--batch requires --out"},
+        {"--out " + dir_ + "/out", "--out requires --batch"},
         {"--batch " + dir_ + " --out " + dir_ + "/out", "outside the --batch folder"},
-        {"--batch " + shelf + " --out " + dir_ + "/out --report r.json", "excludes"},
-        {"--batch " + shelf + " --out " + dir_ + "/into-shelf/out", "outside the --batch folder"},
-        {"--batch " + shelf + " --out " + dir_ + "/out --shard 3/2", "--shard takes K/N"},
-        {"--batch " + shelf + " --out " + dir_ + "/out --shard 1/4294967295", "N <= 10000"},
+        {"--batch " + phones + out + " --report r.json", "excludes"},
+        {"--batch " + phones + " --out " + dir_ + "/into-phones/out", "outside the --batch folder"},
+        {"--batch " + phones + out + " --shard 3/2", "--shard takes K/N"},
+        {"--batch " + phones + out + " --shard 1/4294967295", "N <= 10000"},
+        {"--batch " + phones + out + " --jobs 0", "--jobs: 0 is not a number of phones from 1 to 1024"},
         {"--jobs 2", "requires --batch"},
         {"--merge-index " + dir_ + "/merged " + dir_, "holds no batch index"},
+        {"--batch " + shelf + out, "the --batch folder " + shelf + " holds no phone"},
+        {"--batch " + phones + " --out " + file, "--out " + file + " is a file; name a folder"},
+        {"--batch " + phones + " --out " + readOnly + "/out", "cannot be made: its folder " + readOnly},
+        {"--batch " + phones + " --out " + readOnly,
+         readOnly + " cannot be made: its folder /etc is not writable"},
+        {"--report " + dir_ + "/missing/report.json",
+         "--report " + dir_ + "/missing/report.json cannot be written: its folder " + dir_ +
+             "/missing does not exist"},
+        {"--report " + dir_ + "/report.json --html " + shelf,
+         "--html " + shelf + " is a folder; name a file"},
+        {"--html " + readOnly + ".html", "its folder /etc is not writable"},
+        {"--event-log " + file + "/events.jsonl",
+         "--event-log " + file + "/events.jsonl cannot be written: " + file + " is no folder"},
+        {"--service-journal " + dir_ + "/missing/journal.jsonl",
+         "--service-journal " + dir_ + "/missing/journal.jsonl cannot be written"},
+        {"--device-state " + bad + " --report " + dir_ + "/report.json",
+         "The device state file " + bad + " is not usable"},
+        {"--device-state " + badFaults, "is not usable: \"migrateService\": \"faults\" must be an array"},
+        {"--batch " + phones + out + " --device-state " + bad,
+         "The device state file " + bad + " is not usable"},
     };
+    const std::set<std::string> before = Listing(dir_);
     for (const auto &c : cases) {
         RunResult run = RunRunner(c.arguments);
         EXPECT_EQ(run.exitCode, 2) << c.arguments << "\n" << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << c.arguments << "\n" << run.output;
-        EXPECT_EQ(run.output.find("RestoreData returned"), std::string::npos) << run.output;
+        EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << c.arguments << "\n"
+                                                                             << run.output;
+        EXPECT_EQ(Listing(dir_), before) << c.arguments;
     }
+    // The platform's own event log variable names a file the runner writes too.
+    RunResult run = RunCommand("ZARVO_HISYSEVENT_LOG=" + dir_ + "/missing/events.jsonl " + RunnerPath());
+    EXPECT_EQ(run.exitCode, 2) << run.output;
+    EXPECT_NE(run.output.find("ZARVO_HISYSEVENT_LOG " + dir_ + "/missing/events.jsonl cannot be written"),
+              std::string::npos)
+        << run.output;
+    EXPECT_EQ(Listing(dir_), before);
 }
 
-// The fault event log and the migrate service's journal are made owner-only like the report, and a
-// link in the event log's place is refused, never appended through.
-TEST_F(RunnerCliTest, EventLogAndServiceJournalAreOwnerOnlyAndNeverWrittenThroughALink) {
+// The fault event log and the migrate service's journal follow one rule: what is in their place is
+// replaced by an owner-only file holding this run's lines only, and a link there is replaced, never
+// written through.
+TEST_F(RunnerCliTest, EventLogAndServiceJournalReplaceWhatIsThereAndNeverWriteThroughALink) {
     const std::string events = dir_ + "/events.jsonl";
     const std::string journal = dir_ + "/journal.jsonl";
-    RunResult run = RunRunner("--event-log " + events + " --service-journal " + journal);
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_EQ(ModeOf(events), 0600);
-    EXPECT_EQ(ModeOf(journal), 0600);
-
-    const std::string outside = Write("outside.jsonl", "outside\n");
-    fs::remove(events);
-    fs::create_symlink(outside, events);
-    // A user file without a type raises a fault event, which would be appended through the link.
+    // A user file without a type raises one fault event.
     const std::string phone = dir_ + "/phone";
     MakePhone(phone, Write("phone.json", R"({"users": [{"id": 0, "serialNumber": 0, "flags": 3091,
         "type": "android.os.usertype.full.SYSTEM", "created": 0}, {"id": 10, "flags": 16, "name": "Old"}]})"));
-    run = RunRunner("--event-log " + events + " --snapshot " + phone);
-    EXPECT_EQ(run.exitCode, 2) << run.output;
-    EXPECT_NE(run.output.find("the event log " + events + " cannot be opened"), std::string::npos)
-        << run.output;
-    EXPECT_EQ(ReadFile(outside), "outside\n");
+    const std::string outside = Write("outside.jsonl", "outside\n");
+    for (bool linked : {false, true}) {
+        for (const std::string &path : {events, journal}) {
+            fs::remove(path);
+            if (linked) {
+                fs::create_symlink(outside, path);
+            } else {
+                Write(fs::path(path).filename(), "an earlier run's line\n");
+                ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+            }
+        }
+        RunResult run =
+            RunRunner("--snapshot " + phone + " --event-log " + events + " --service-journal " + journal);
+        EXPECT_EQ(run.exitCode, 1) << run.output;
+        for (const std::string &path : {events, journal}) {
+            EXPECT_FALSE(fs::is_symlink(path)) << path;
+            EXPECT_EQ(ModeOf(path), 0600) << path;
+            const std::string content = ReadFile(path);
+            EXPECT_EQ(content.find("earlier"), std::string::npos) << path << "\n" << content;
+            EXPECT_EQ(content.rfind("{", 0), 0u) << path << "\n" << content;
+        }
+        const std::string eventLines = ReadFile(events);
+        EXPECT_EQ(std::count(eventLines.begin(), eventLines.end(), '\n'), 1) << eventLines;
+        EXPECT_EQ(ReadFile(outside), "outside\n");
+    }
 }
 
 // The daemon's readiness pipe ends as it exits, a moment before its exit status can be collected:
@@ -243,11 +309,34 @@ TEST_F(RunnerCliTest, AMigrateServiceThatDiesAtStartUpIsToldApartFromASlowOne) {
     }
 }
 
-TEST_F(RunnerCliTest, HelpExitsWithZero) {
+TEST_F(RunnerCliTest, HelpVersionAndDeviceLogLinesOnlyWhenAskedFor) {
     RunResult run = RunRunner("--help");
     EXPECT_EQ(run.exitCode, 0);
-    EXPECT_NE(run.output.find("--snapshot"), std::string::npos);
-    EXPECT_NE(run.output.find("--use-running-service"), std::string::npos);
+    for (const char *part : {"--snapshot", "--use-running-service", "Exit status: 0 restored",
+                             "restore_runner --batch shelf/ --out results/"}) {
+        EXPECT_NE(run.output.find(part), std::string::npos) << part << "\n" << run.output;
+    }
+    run = RunRunner("--version");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.output.rfind("restore_runner 1.", 0), 0u) << run.output;
+    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
+
+    // The plug-in's log lines reach the terminal when asked for, by the flag or the variable.
+    const std::string logLine = "MIGRATE_PLUGIN: [restore_plugin.cpp(";
+    struct Case {
+        std::string command;
+        bool shown;
+    } cases[] = {
+        {"env -u ZARVO_HILOG_OUTPUT " + RunnerPath(), false},
+        {"env -u ZARVO_HILOG_OUTPUT " + RunnerPath() + " --show-log", true},
+        {"ZARVO_HILOG_OUTPUT=stderr " + RunnerPath(), true},
+    };
+    for (const Case &c : cases) {
+        run = RunCommand(c.command);
+        EXPECT_EQ(run.exitCode, 0) << c.command << "\n" << run.output;
+        EXPECT_EQ(run.output.find(logLine) != std::string::npos, c.shown) << c.command << "\n" << run.output;
+        EXPECT_NE(run.output.find("RestoreData returned true"), std::string::npos) << run.output;
+    }
 }
 
 }  // namespace
