@@ -138,9 +138,18 @@ std::string EventLine(const Json &event, const std::string &where) {
         throw Malformed{where + "params is not an object"};
     }
     if (Present(*params, "ERROR_TYPE") != nullptr) {
-        return Scalar(Present(*params, "ERROR_TYPE")) + " code " + Scalar(Present(*params, "ERROR_CODE")) +
-               " (task " + Scalar(Present(*params, "TASK_ID")) +
-               "): " + Scalar(Present(*params, "ERROR_MESSAGE"));
+        // The code as the record names it (hex and name), where the report has that.
+        std::string code = Scalar(Present(*params, "ERROR_CODE"));
+        const Json *named = Present(event, "code");
+        if (named != nullptr && named->is_object()) {
+            const std::string hex = Scalar(Present(*named, "hex"));
+            const std::string codeName = Scalar(Present(*named, "name"));
+            if (!hex.empty()) {
+                code = hex + (codeName.empty() ? "" : " " + codeName);
+            }
+        }
+        return Scalar(Present(*params, "ERROR_TYPE")) + " code " + code + " (task " +
+               Scalar(Present(*params, "TASK_ID")) + "): " + Scalar(Present(*params, "ERROR_MESSAGE"));
     }
     std::string line = name;
     for (const auto &[key, value] : params->items()) {

@@ -66,7 +66,7 @@ TEST_F(RunnerCompareTest, ListsExactlyThePhoneThatLostAUserAndExitsOne) {
     EXPECT_NE(changed["verdict"].find("user 10's OS account 101 could not be created"), std::string::npos);
     EXPECT_NE(changed["reasons"].find("user 10's OS account 101"), std::string::npos);
     EXPECT_NE(changed["source user 10: why"].find("after 4 tries"), std::string::npos);
-    EXPECT_NE(changed["fault events"].find("CREATE_USER_ERROR code 12300001"), std::string::npos);
+    EXPECT_NE(changed["fault events"].find("CREATE_USER_ERROR code 0xBBAEE1"), std::string::npos);
     EXPECT_EQ(phone["new"]["handedDigest"].get<std::string>().size(), 64u);
     EXPECT_EQ(comparison["totals"]["unchanged"], 1);
     EXPECT_EQ(ModeOf(dir_ + "/cmp/compare.json"), 0600);
