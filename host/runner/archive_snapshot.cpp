@@ -206,6 +206,7 @@ public:
         : pieces_(std::move(pieces)), limits_(limits) {}
 
     std::string Root() const override { return rootWords_; }
+    std::pair<std::string, uint64_t> ArchiveDigest() const override { return digest_; }
 
     std::string Walk(const EntryFilter &filter, const Visitor &visit) override {
         root_.reset();
@@ -268,7 +269,16 @@ private:
             int status = archive_read_next_header(a, &header);
             if (status == ARCHIVE_EOF) {
                 std::string failure = ReadToStreamEnd(a, stream);
-                return failure.empty() ? CheckEnd(a, before) : failure;
+                if (failure.empty()) {
+                    failure = CheckEnd(a, before);
+                }
+                if (failure.empty() && stream.ReadRest(a) < 0) {
+                    failure = ReadFailure(a);
+                }
+                if (failure.empty()) {
+                    digest_ = {stream.RawDigest(), stream.RawBytes()};
+                }
+                return failure;
             }
             if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
                 return ReadFailure(a);
@@ -511,6 +521,7 @@ private:
     uint64_t dataBytes_ = 0;
     bool zip_ = false;
     std::optional<ArchiveStream> stream_;  // while the archive is read
+    std::pair<std::string, uint64_t> digest_;
 };
 
 }  // namespace

@@ -227,6 +227,14 @@ std::string ArchiveStream::OpenPiece(size_t index) {
     return "";
 }
 
+la_ssize_t ArchiveStream::ReadRest(archive *a) {
+    la_ssize_t got = 0;
+    do {
+        got = ReadRaw(a);
+    } while (got > 0);
+    return got;
+}
+
 la_ssize_t ArchiveStream::ReadRaw(archive *a) {
     for (;;) {
         if (!piece_.Valid()) {
@@ -250,6 +258,7 @@ la_ssize_t ArchiveStream::ReadRaw(archive *a) {
             continue;
         }
         rawBytes_ += static_cast<uint64_t>(got);
+        rawDigest_.Update(raw_.data(), static_cast<size_t>(got));
         return got;
     }
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "sha256.h"
 #include "support/unique_fd.h"
 
 namespace Zarvo::Host {
@@ -41,6 +42,11 @@ public:
     la_ssize_t ReadOn(archive *a);
     // The bytes read from the pieces so far, before any decompression.
     uint64_t RawBytes() const { return rawBytes_; }
+    // Reads the pieces' bytes that follow what the archive needed, so that the digest covers
+    // every byte: 0 once all are read, ARCHIVE_FATAL with the failure set in `a`.
+    la_ssize_t ReadRest(archive *a);
+    // The SHA-256 of the pieces' bytes read so far (all of them after ReadRest).
+    std::string RawDigest() { return rawDigest_.HexDigest(); }
     // The bytes handed out so far, after decompression.
     uint64_t HandedBytes() const { return handedBytes_; }
 
@@ -63,6 +69,7 @@ private:
     std::vector<unsigned char> raw_;
     std::vector<unsigned char> out_;
     uint64_t rawBytes_ = 0;
+    Sha256 rawDigest_;
     uint64_t handedBytes_ = 0;
     enum class Codec { NONE, GZIP, XZ, ZSTD };
     bool started_ = false;

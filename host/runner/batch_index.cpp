@@ -33,6 +33,45 @@ bool IsFile(const std::string &path) {
     return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+// The text at `pointer` of a report, or empty when it holds none.
+std::string TextAt(const nlohmann::json &report, const char *pointer) {
+    const nlohmann::json::json_pointer at(pointer);
+    return report.contains(at) && report[at].is_string() ? report[at].get<std::string>() : "";
+}
+
+// What the row says about the run beside its result: why, the account's fate, what was left out,
+// whether faults were injected, when and with which plug-in build it ran.
+void AddRunFacts(const nlohmann::json &report, nlohmann::json &row) {
+    row["reason"] = TextAt(report, "/verdict/sentence");
+    row["account"] = TextAt(report, "/accountOutcome/state");
+    const nlohmann::json::json_pointer leftOut("/leftOut");
+    row["leftOut"] = report.contains(leftOut) && report[leftOut].is_array() ? report[leftOut].size() : 0;
+    const nlohmann::json::json_pointer injected("/context/injected");
+    row["injected"] =
+        report.contains(injected) && report[injected].is_boolean() && report[injected].get<bool>();
+    row["startedUtc"] = TextAt(report, "/context/startedUtc");
+    row["plugin"] = {{"sha256", TextAt(report, "/context/plugin/sha256")},
+                     {"version", TextAt(report, "/context/plugin/version")}};
+}
+
+// When the campaign started (its first phone, UTC) and the plug-in builds its phones ran with.
+nlohmann::json Campaign(const std::vector<nlohmann::json> &rows) {
+    std::string started;
+    nlohmann::json plugins = nlohmann::json::array();
+    for (const auto &row : rows) {
+        const std::string at = row.value("startedUtc", "");
+        if (!at.empty() && (started.empty() || at < started)) {
+            started = at;
+        }
+        const nlohmann::json plugin = row.value("plugin", nlohmann::json());
+        if (plugin.is_object() && plugin.value("sha256", "") != "" &&
+            std::find(plugins.begin(), plugins.end(), plugin) == plugins.end()) {
+            plugins.push_back(plugin);
+        }
+    }
+    return {{"startedUtc", started}, {"plugins", plugins}};
+}
+
 int ResultRank(const nlohmann::json &row) {
     const std::string result = row.value("result", "");
     return result == NOT_SET_UP ? 0 : result == NOT_RESTORED ? 1 : 2;
@@ -77,6 +116,7 @@ nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int
     nlohmann::json row = {{"phone", phone},  {"result", NOT_SET_UP}, {"problem", problem},
                           {"page", ""},      {"users", users},       {"events", nlohmann::json::object()},
                           {"timeMs", wallMs}};
+    AddRunFacts(nlohmann::json::object(), row);
     if (exitStatus != 0 && exitStatus != 1) {
         return row;
     }
@@ -86,6 +126,7 @@ nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int
         return row;
     }
     row["result"] = report["result"].get<bool>() ? RESTORED : NOT_RESTORED;
+    AddRunFacts(report, row);
     for (const auto &user : report.value("users", nlohmann::json::array())) {
         const std::string decision = user.value("decision", "");
         if (row["users"].contains(decision)) {
@@ -117,7 +158,8 @@ nlohmann::json BuildIndex(std::vector<nlohmann::json> rows, const std::optional<
         const char *member = rank == 0 ? "notSetUp" : rank == 1 ? "notRestored" : "restored";
         totals[member] = totals[member].get<int>() + 1;
     }
-    nlohmann::json index = {{"phones", rows}, {"totals", totals}, {"elapsedMs", elapsedMs}};
+    nlohmann::json index = {
+        {"phones", rows}, {"totals", totals}, {"elapsedMs", elapsedMs}, {"campaign", Campaign(rows)}};
     if (shard) {
         index["shard"] = ShardText(*shard);
     }

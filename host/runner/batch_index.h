@@ -30,12 +30,15 @@ std::string PhoneFile(const std::string &outDir, const std::string &phone, const
 std::string MakeOutFolders(const std::string &outDir);
 
 // A phone's row of the index: from its runner's exit status (-1: it could not be started, or
-// ended by a signal) and the report it wrote. `problem` says why a phone could not be set up.
+// ended by a signal) and the report it wrote. `problem` says why a phone could not be set up;
+// `reason` (the verdict's sentence), `account` (its outcome's state), `leftOut` (entries not laid),
+// `injected` (faults injected), `startedUtc` and `plugin` ({sha256, version}) come from the report.
 nlohmann::json PhoneRow(const std::string &outDir, const std::string &phone, int exitStatus,
                         const std::string &problem, double wallMs);
 
 // The index of a batch (index.json): its rows, failed phones first (not set up, then not
-// restored, each by name), and the totals.
+// restored, each by name), the totals, and the campaign: when its first phone started (UTC) and
+// the plug-in builds its phones ran with.
 nlohmann::json BuildIndex(std::vector<nlohmann::json> rows, const std::optional<Shard> &shard,
                           double elapsedMs);
 

@@ -39,6 +39,60 @@ bool IsDuration(const nlohmann::json &value) {
     return value.is_number() && value.get<double>() >= 0;
 }
 
+bool IsSha256Text(const std::string &text) {
+    return text.size() == 64 && std::all_of(text.begin(), text.end(), [](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+           });
+}
+
+// "2026-11-23T10:04:05.123Z" as a run writes its start, or empty.
+bool IsUtcTimeText(const std::string &text) {
+    static const std::string FORM = "dddd-dd-ddTdd:dd:dd.dddZ";
+    if (text.empty()) {
+        return true;
+    }
+    if (text.size() != FORM.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < FORM.size(); ++i) {
+        if (FORM[i] == 'd' ? (text[i] < '0' || text[i] > '9') : text[i] != FORM[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The run's facts of a row (reason, account, leftOut, injected, startedUtc, plugin), checked into
+// `checked`; an index of an older runner has none, and gets them empty.
+std::string CheckedRunFacts(const nlohmann::json &row, const std::string &name, nlohmann::json &checked) {
+    const nlohmann::json reason = row.value("reason", nlohmann::json(""));
+    const nlohmann::json account = row.value("account", nlohmann::json(""));
+    const nlohmann::json startedUtc = row.value("startedUtc", nlohmann::json(""));
+    if (!reason.is_string() || !account.is_string() || !startedUtc.is_string() ||
+        !IsUtcTimeText(startedUtc.get<std::string>())) {
+        return "a reason, account or startedUtc of " + name + " that is not what a batch writes";
+    }
+    const nlohmann::json leftOut = row.value("leftOut", nlohmann::json(0));
+    const nlohmann::json injected = row.value("injected", nlohmann::json(false));
+    if (!IsCount(leftOut) || !injected.is_boolean()) {
+        return "a leftOut or injected of " + name + " that is no count or no true or false";
+    }
+    const nlohmann::json none = {{"sha256", ""}, {"version", ""}};
+    const nlohmann::json plugin = row.value("plugin", none);
+    if (!plugin.is_object() || plugin.size() != 2 || !plugin.contains("sha256") ||
+        !plugin.contains("version") || !plugin["sha256"].is_string() || !plugin["version"].is_string() ||
+        (plugin["sha256"] != "" && !IsSha256Text(plugin["sha256"]))) {
+        return "a plugin of " + name + " that is not {\"sha256\", \"version\"} as a batch writes it";
+    }
+    checked.update({{"reason", reason},
+                    {"account", account},
+                    {"leftOut", leftOut},
+                    {"injected", injected},
+                    {"startedUtc", startedUtc},
+                    {"plugin", plugin}});
+    return "";
+}
+
 // The row of a shard's index as a batch writes it, rebuilt from its checked members; empty text,
 // else what is wrong with it.
 std::string CheckedRow(const nlohmann::json &row, nlohmann::json &checked) {
@@ -76,7 +130,7 @@ std::string CheckedRow(const nlohmann::json &row, nlohmann::json &checked) {
     }
     checked = {{"phone", name},  {"result", result}, {"problem", problem},     {"page", page},
                {"users", users}, {"events", events}, {"timeMs", row["timeMs"]}};
-    return "";
+    return CheckedRunFacts(row, name, checked);
 }
 
 // A shard's index, checked member by member; empty text, else one sentence naming the file.

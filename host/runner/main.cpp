@@ -36,6 +36,7 @@
 #include "run_record.h"
 #include "sample_phone.h"
 #include "sandbox.h"
+#include "sha256.h"
 #include "snapshot.h"
 #include "support/build_info.h"
 #include "view_page.h"
@@ -128,6 +129,31 @@ std::vector<std::pair<std::string, int>> CallCounts() {
     return counts;
 }
 
+bool SameFile(const std::string &a, const std::string &b) {
+    std::error_code error;
+    return fs::equivalent(a, b, error);
+}
+
+// Which runner and plug-in ran, when and where, on which device state and migrate service faults
+// (the platform's armed faults are the capture's own).
+void RecordContext(const Options &options, int64_t startNs, RunContext &context) {
+    context.startedUtc = UtcTimeText(startNs);
+    context.host = HostName();
+    context.runnerVersion = Zarvo::BuildInfo::Version();
+    context.runnerRevision = Zarvo::BuildInfo::Revision();
+    context.pluginSha256 = FileSha256(options.plugin);
+    context.pluginBuiltWithRunner = SameFile(options.plugin, DefaultPlugin());
+    if (options.deviceState.empty()) {
+        return;
+    }
+    context.deviceState = fs::absolute(options.deviceState).lexically_normal().string();
+    context.deviceStateSha256 = FileSha256(options.deviceState);
+    std::string ignored;  // a file the service cannot read stops its start with the sentence
+    if (!options.useRunningService) {
+        LoadDeviceStateFaults(options.deviceState, context.serviceFaults, ignored);
+    }
+}
+
 int Run(const Options &options, int64_t startNs) {
     RunCapture capture;
     capture.plugin = options.plugin;
@@ -146,6 +172,7 @@ int Run(const Options &options, int64_t startNs) {
     }
     capture.osAccountsBefore = OsAccounts();
     capture.faults = InjectedFaults();
+    RecordContext(options, startNs, capture.context);
 
     std::string snapshot = options.snapshot;
     if (snapshot.empty()) {

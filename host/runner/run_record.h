@@ -16,6 +16,7 @@
 #include "record_restore.h"
 #include "record_source_users.h"
 #include "record_users.h"
+#include "run_context.h"
 #include "snapshot.h"
 
 namespace Zarvo::Host {
@@ -49,6 +50,7 @@ struct RunCapture {
     double serviceStartMs = 0;
     double restoreMs = 0;
     double totalMs = 0;
+    RunContext context;
 };
 
 // The account handed over, read from the export file the plug-in wrote to the account app.

@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+#include <tuple>
 
+#include "sha256.h"
 #include "support/fd_io.h"
 
 namespace Zarvo::Host {
@@ -159,8 +161,14 @@ public:
         }
         if (failure.empty()) {
             result_.laid.push_back({entry.origin, destination});
+            manifest_.Update(fileDigest_.HexDigest() + "  " + entry.path + "\n");
         }
         return failure;
+    }
+
+    void Finish() {
+        result_.laidSha256 = manifest_.HexDigest();
+        result_.laidBytes = totalBytes_;
     }
 
 private:
@@ -181,6 +189,7 @@ private:
                 break;
             }
             fileBytes += static_cast<uint64_t>(got);
+            fileDigest_.Update(buffer, static_cast<size_t>(got));
             totalBytes_ += static_cast<uint64_t>(got);
             if (fileBytes > limits_.fileBytes) {
                 failure = "the snapshot's " + entry.path + " holds more than " + SizeText(limits_.fileBytes) +
@@ -206,6 +215,8 @@ private:
     LaidSnapshot &result_;
     uint64_t totalBytes_ = 0;
     uint64_t entries_ = 0;
+    Sha256 fileDigest_;  // of the file being copied
+    Sha256 manifest_;
     bool workTree_ = false;
 };
 
@@ -227,6 +238,8 @@ std::string LaySnapshot(SnapshotSource &source, int activeUserId, LaidSnapshot &
         [&layer](const SnapshotEntry &entry, EntryReader &content) { return layer.Lay(entry, content); });
     // A source that streams may know its data root only once it has been read.
     result.root = source.Root();
+    layer.Finish();
+    std::tie(result.archiveSha256, result.archiveBytes) = source.ArchiveDigest();
     return failure;
 }
 

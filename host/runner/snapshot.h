@@ -25,6 +25,15 @@ struct LaidSnapshot {
     std::string root;  // where the source found the data root
     std::vector<LaidFile> laid;
     std::vector<LeftOutEntry> leftOut;
+    // What the restore took, the same whether it came from a folder or an archive: the SHA-256 of
+    // the lines `sha256sum` prints for the laid files ("<digest>  <path below the data root>\n"),
+    // in the order they were laid, and their bytes together.
+    std::string laidSha256;
+    uint64_t laidBytes = 0;
+    // An archive's own bytes, every piece in order, as read: their SHA-256 and count (for one
+    // file, what sha256sum prints for it); empty and 0 for a folder.
+    std::string archiveSha256;
+    uint64_t archiveBytes = 0;
 };
 
 // What one snapshot may put into the work tree at the most: a bound on every file, on all of them

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Zarvo::Host {
 
@@ -68,6 +69,9 @@ public:
     virtual std::string Root() const = 0;
     // Stops at the first failure of the source or the visitor: an empty text, or one sentence.
     virtual std::string Walk(const EntryFilter &filter, const Visitor &visit) = 0;
+    // An archive's SHA-256 over all its bytes and their count, once Walk has read it to its end;
+    // a folder has none (empty text).
+    virtual std::pair<std::string, uint64_t> ArchiveDigest() const { return {"", 0}; }
 };
 
 // A snapshot folder: Android's /data itself, a folder that holds it as data/, or a work tree

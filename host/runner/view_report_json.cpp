@@ -197,6 +197,65 @@ nlohmann::json UsersJson(const RunRecord &record) {
     return users;
 }
 
+nlohmann::json FaultsJson(const RunRecord &record) {
+    nlohmann::json faults = nlohmann::json::array();
+    for (const auto &fault : record.capture.faults) {
+        faults.push_back({{"injectedInto", "platform"},
+                          {"operation", fault.operation},
+                          {"code", fault.code},
+                          {"outOfMemory", fault.outOfMemory},
+                          {"count", fault.count},
+                          {"sentence", FaultWords(fault)}});
+    }
+    for (const auto &rule : record.capture.context.serviceFaults) {
+        static const char *const ACTIONS[] = {"fail", "stall", "drop"};
+        faults.push_back({{"injectedInto", "migrate service"},
+                          {"operation", rule.type ? MigrateOpName(*rule.type) : "ANY"},
+                          {"action", ACTIONS[static_cast<int>(rule.action)]},
+                          {"result", rule.result},
+                          {"errCode", rule.errCode},
+                          {"stallMs", rule.stallMs},
+                          {"count", rule.count},
+                          {"sentence", FaultWords(rule)}});
+    }
+    return faults;
+}
+
+nlohmann::json ContextJson(const RunRecord &record) {
+    const RunContext &context = record.capture.context;
+    const LaidSnapshot &laid = record.capture.laid;
+    const bool archive = !laid.archiveSha256.empty();
+    const bool built = context.pluginBuiltWithRunner;
+    const nlohmann::json faults = FaultsJson(record);
+    return {
+        {"startedUtc", context.startedUtc},
+        {"host", context.host},
+        {"runner", {{"version", context.runnerVersion}, {"revision", context.runnerRevision}}},
+        {"plugin",
+         {{"path", record.capture.plugin},
+          {"sha256", context.pluginSha256},
+          {"builtWithRunner", built},
+          {"version", built ? nlohmann::json(context.runnerVersion) : nlohmann::json(nullptr)},
+          {"revision", built ? nlohmann::json(context.runnerRevision) : nlohmann::json(nullptr)},
+          {"note", built ? "the plug-in built beside this runner: its version and revision are the runner's"
+                         : "a plug-in file of its own: only its digest says which build it is"}}},
+        {"snapshot",
+         {{"name", record.capture.snapshot},
+          {"kind", archive ? "archive" : "folder"},
+          {"bytes", archive ? laid.archiveBytes : laid.laidBytes},
+          {"sha256", archive ? laid.archiveSha256 : laid.laidSha256},
+          {"digestOf", archive ? "the archive's bytes, every piece in order" : "the laid files (laidSha256)"},
+          {"laidSha256", laid.laidSha256},
+          {"laidBytes", laid.laidBytes}}},
+        {"deviceState",
+         {{"file",
+           context.deviceState.empty() ? nlohmann::json(nullptr) : nlohmann::json(context.deviceState)},
+          {"sha256", context.deviceState.empty() ? nlohmann::json(nullptr)
+                                                 : nlohmann::json(context.deviceStateSha256)}}},
+        {"faults", faults},
+        {"injected", !faults.empty()}};
+}
+
 }  // namespace
 
 nlohmann::json ReportJson(const RunRecord &record) {
@@ -244,6 +303,7 @@ nlohmann::json ReportJson(const RunRecord &record) {
               {"reason", record.accountOutcome.reason},
               {"codes", CodesJson(record.accountOutcome.codes)}}},
             {"codes", CodesJson(record.codes)},
+            {"context", ContextJson(record)},
             {"plugin", capture.plugin},
             {"snapshot", capture.snapshot},
             {"snapshotRoot", capture.laid.root},

@@ -50,6 +50,36 @@ void WriteUsers(const RunRecord &record, std::ostream &out) {
     }
 }
 
+// The run's context, so that two summaries tell whether they are comparable.
+void WriteContext(const RunRecord &record, std::ostream &out) {
+    const RunContext &context = record.capture.context;
+    const LaidSnapshot &laid = record.capture.laid;
+    out << "Run: " << context.startedUtc << " on " << Printable(context.host) << ", runner "
+        << context.runnerVersion << " (" << Printable(context.runnerRevision) << ")\n";
+    out << "Plug-in: " << Printable(record.capture.plugin) << " sha256 " << context.pluginSha256
+        << (context.pluginBuiltWithRunner ? " (built beside the runner: its version)"
+                                          : " (a file of its own)")
+        << "\n";
+    if (laid.archiveSha256.empty()) {
+        out << "Snapshot digest: laid files " << laid.laidBytes << " bytes, sha256 " << laid.laidSha256
+            << "\n";
+    } else {
+        out << "Snapshot digest: archive " << laid.archiveBytes << " bytes, sha256 " << laid.archiveSha256
+            << "; laid files sha256 " << laid.laidSha256 << "\n";
+    }
+    out << "Device state: "
+        << (context.deviceState.empty()
+                ? std::string("the typical device")
+                : Printable(context.deviceState) + " sha256 " + context.deviceStateSha256)
+        << "\n";
+    for (const auto &fault : record.capture.faults) {
+        out << "  INJECTED: " << Printable(FaultWords(fault)) << "\n";
+    }
+    for (const auto &rule : context.serviceFaults) {
+        out << "  INJECTED: " << Printable(FaultWords(rule)) << "\n";
+    }
+}
+
 }  // namespace
 
 void WriteSummary(const RunRecord &record, std::ostream &out) {
@@ -83,6 +113,7 @@ void WriteSummary(const RunRecord &record, std::ostream &out) {
             out << "  " << Printable(CodeLine(code)) << "\n";
         }
     }
+    WriteContext(record, out);
     out << "Work tree " << (capture.workTreeRemoved ? "removed" : "still present") << "\n";
     out << std::fixed << std::setprecision(1) << "Time: " << capture.totalMs << " ms (set-up "
         << capture.setupMs << " ms, of which starting the migrate service " << capture.serviceStartMs

@@ -98,6 +98,13 @@ bool HeadlessBrowser::Start(std::string &error) {
     return !Call("Browser.getVersion", nlohmann::json::object(), false, error).is_null();
 }
 
+bool HeadlessBrowser::SetWidth(int width, std::string &error) {
+    return !Call("Emulation.setDeviceMetricsOverride",
+                 {{"width", width}, {"height", 800}, {"deviceScaleFactor", 1}, {"mobile", false}}, true,
+                 error)
+                .is_null();
+}
+
 bool HeadlessBrowser::Open(const std::string &path, std::string &error) {
     nlohmann::json target = Call("Target.createTarget", {{"url", "about:blank"}}, false, error);
     if (target.is_null()) {

@@ -22,6 +22,9 @@ public:
     bool Start(std::string &error);
     // Opens a local file in a new tab and waits for its load event.
     bool Open(const std::string &path, std::string &error);
+    // Lays the open page out in a window `width` CSS pixels wide. It is no phone emulation, which
+    // would widen its layout to fit what overflows and so hide it.
+    bool SetWidth(int width, std::string &error);
     // The value of a JavaScript expression in the open page, a promise awaited; null on failure.
     nlohmann::json Evaluate(const std::string &expression, std::string &error);
 

@@ -30,11 +30,13 @@ protected:
         Write("phones/junk.tar", "not a snapshot");
     }
 
-    // The index with every timing taken out.
+    // The index with every timing and start time taken out.
     static nlohmann::json WithoutTimings(nlohmann::json index) {
         index.erase("elapsedMs");
+        index["campaign"].erase("startedUtc");
         for (auto &phone : index["phones"]) {
             phone.erase("timeMs");
+            phone.erase("startedUtc");
         }
         return index;
     }
@@ -90,11 +92,18 @@ TEST_F(RunnerBatchTest, IndexTellsEachPhoneAndTheExitStatusTheWorst) {
         const bool setUp = rows[i].result != "not set up";
         EXPECT_EQ(phone["problem"].get<std::string>().empty(), setUp) << phone.dump();
         EXPECT_EQ(phone["page"], setUp ? "phones/" + name + ".html" : "") << name;
+        // A row's reason and account outcome are its report's; a phone not set up has no report.
+        const nlohmann::json report = ReadJson(out + "/phones/" + name + ".json");
+        EXPECT_EQ(phone["reason"], setUp ? report["verdict"]["sentence"] : "") << name;
+        EXPECT_EQ(phone["account"], setUp ? report["accountOutcome"]["state"] : "") << name;
+        EXPECT_EQ(phone["plugin"]["sha256"], setUp ? report["context"]["plugin"]["sha256"] : "") << name;
         for (const char *extension : {".json", ".html", ".txt"}) {
             EXPECT_EQ(ModeOf(out + "/phones/" + name + extension), setUp ? 0600 : -1) << name << extension;
         }
     }
     EXPECT_NE(ReadFile(out + "/phones/false.txt").find("RestoreData returned false"), std::string::npos);
+    EXPECT_EQ(index["campaign"]["plugins"].size(), 1u) << index["campaign"].dump();
+    EXPECT_EQ(index["campaign"]["startedUtc"].get<std::string>().size(), 24u) << index["campaign"].dump();
     EXPECT_EQ(ModeOf(out + "/index.html"), 0600);
 
     // Without the phones that cannot be set up the worst is a false; without that, none.
@@ -243,6 +252,14 @@ TEST_F(RunnerBatchLimitsTest, AMergeReadsOnlyRegularShardFilesInTheFormABatchWri
          [](const std::string &, nlohmann::json &index) { index["phones"][0]["result"] = "hacked"; },
          "/index.json is malformed"},
         {"too many shards", [](const std::string &, nlohmann::json &index) { index["shard"] = "1/20000"; },
+         "/index.json is malformed"},
+        {"plug-in digest no hex",
+         [](const std::string &, nlohmann::json &index) {
+             index["phones"][0]["plugin"] = {{"sha256", "<b>"}, {"version", ""}};
+         },
+         "/index.json is malformed"},
+        {"injected no boolean",
+         [](const std::string &, nlohmann::json &index) { index["phones"][0]["injected"] = "yes"; },
          "/index.json is malformed"},
     };
     for (const Case &c : cases) {

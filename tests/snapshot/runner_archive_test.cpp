@@ -19,11 +19,14 @@ using Testing::Member;
 using Testing::Packing;
 namespace fs = std::filesystem;
 
-// The report without what depends on where the snapshot came from, and without timings.
+// The report without what depends on where the snapshot came from, and without timings; of the
+// context only the digest of what was laid, which is the same whatever the snapshot's form.
 nlohmann::json WithoutOriginsAndTimings(nlohmann::json report) {
     for (const char *member : {"snapshot", "snapshotRoot", "elapsedMs"}) {
         report.erase(member);
     }
+    const nlohmann::json snapshot = report["context"]["snapshot"];
+    report["context"] = {{"laidSha256", snapshot["laidSha256"]}, {"laidBytes", snapshot["laidBytes"]}};
     for (auto &laid : report["laidFiles"]) {
         laid.erase("from");
     }
@@ -62,11 +65,12 @@ TEST_F(RunnerArchiveTest, EveryFormOfTheSamplePhoneGivesTheSameRestore) {
         std::string out;
         std::string snapshot;
         std::string root;
+        std::string files;  // what the archive's digest covers, for sha256sum
     } forms[] = {
-        {"folder", "phone", "phone", "the folder itself"},
-        {"tar.gz", "phone.tar.gz", "phone.tar.gz", "data/ in the archive"},
-        {"zip", "phone.zip", "phone.zip", "fs/data/ in the archive"},
-        {"split", "data.ext4.win", "data.ext4.win000", "/data/ in the archive"},
+        {"folder", "phone", "phone", "the folder itself", ""},
+        {"tar.gz", "phone.tar.gz", "phone.tar.gz", "data/ in the archive", "phone.tar.gz"},
+        {"zip", "phone.zip", "phone.zip", "fs/data/ in the archive", "phone.zip"},
+        {"split", "data.ext4.win", "data.ext4.win000", "/data/ in the archive", "data.ext4.win0*"},
     };
     nlohmann::json expected;
     for (const Form &f : forms) {
@@ -83,6 +87,15 @@ TEST_F(RunnerArchiveTest, EveryFormOfTheSamplePhoneGivesTheSameRestore) {
         EXPECT_EQ(json["snapshotRoot"], f.root);
         for (const auto &laid : json["laidFiles"]) {
             EXPECT_EQ(laid["from"].get<std::string>().rfind(snapshot, 0), 0u) << laid.dump();
+        }
+        // The archive's digest is of all its bytes, as sha256sum gives it over its pieces in order.
+        const nlohmann::json &context = json["context"]["snapshot"];
+        EXPECT_EQ(context["kind"], f.files.empty() ? "folder" : "archive");
+        if (!f.files.empty()) {
+            RunResult sum = RunCommand("cd " + dir_ + " && cat " + f.files + " | sha256sum");
+            EXPECT_EQ(context["sha256"].get<std::string>() + "  -\n", sum.output) << f.form;
+            EXPECT_EQ(context["bytes"],
+                      std::stoull(RunCommand("cd " + dir_ + " && cat " + f.files + " | wc -c").output));
         }
         if (expected.is_null()) {
             expected = WithoutOriginsAndTimings(json);

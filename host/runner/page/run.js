@@ -19,7 +19,11 @@
     const body = el('tbody', '');
     for (const row of rows) {
       const tr = el('tr', '');
-      row.forEach((cell, i) => tr.append(el('td', headers[i].className || '', cell)));
+      row.forEach((cell, i) => {
+        const td = el('td', headers[i].className || '', cell);
+        td.dataset.label = headers[i].label;
+        tr.append(td);
+      });
       body.append(tr);
     }
     return el('table', className || '', el('thead', '', head), body);
@@ -35,9 +39,19 @@
     return el('div', 'nophoto', 'no photo');
   }
 
-  const outcomeStyle = { updated: 'good', created: 'good', existed: 'plain', skipped: 'plain', failed: 'bad' };
+  function folded(title, ...children) {
+    return el('details', 'fold', el('summary', '', title), ...children);
+  }
+
+  const outcomeStyle = { updated: 'good', created: 'good', existed: 'plain', skipped: 'plain', failed: 'bad',
+    'not reached': 'bad' };
   const accountsAfter = new Map((record.osAccountsAfter || []).map(a => [a.localId, a]));
-  const users = record.users || [];
+  // Failed users first, then those never reached; otherwise in the plug-in's order.
+  const rank = u => (u.decision === 'failed' ? 0 : u.decision === 'not reached' ? 1 : 2);
+  const users = (record.users || []).map((u, i) => [u, i]).sort((a, b) => rank(a[0]) - rank(b[0]) || a[1] - b[1])
+    .map(pair => pair[0]);
+  const context = record.context || {};
+  const faults = Array.isArray(context.faults) ? context.faults : [];
   const events = record.events || [];
 
   function header() {
@@ -47,7 +61,7 @@
     const facts = el('div', 'facts');
     const fact = (value, label) => facts.append(el('div', 'fact', el('b', '', text(value)), el('span', '', label)));
     fact(users.length, 'source users');
-    for (const d of ['updated', 'created', 'existed', 'skipped', 'failed', 'not taken']) {
+    for (const d of ['updated', 'created', 'existed', 'skipped', 'failed', 'not reached']) {
       if (counts[d]) fact(counts[d], d);
     }
     fact(events.length, 'fault events');
@@ -55,13 +69,97 @@
     const secrets = record.secrets === 'shown'
       ? el('span', 'badge warn', 'secrets shown in clear')
       : el('span', 'badge plain', 'auth token masked');
-    return el('header', '',
+    const verdict = record.verdict || {};
+    const banner = el('div', 'verdict ' + (restored ? 'good' : 'bad'),
+      el('p', 'sentence', text(verdict.sentence || (restored ? 'Restored' : 'Not restored'))));
+    if (faults.length) {
+      banner.append(el('p', 'injected-note', el('span', 'badge injected', 'faults injected'),
+        ' ' + faults.length + (faults.length === 1 ? ' fault was' : ' faults were') +
+        ' injected on purpose into this run: see Run context.'));
+    }
+    banner.append(el('div', 'actions', copyButton(), saveButton()));
+    return el('header', '', banner,
       el('h1', '', 'Restore of ', text(record.snapshot), ' ',
         el('span', 'badge ' + (restored ? 'good' : 'bad'), restored ? 'restored' : 'not restored')),
       el('p', 'sub', 'RestoreData returned ' + (restored ? 'true' : 'false') + ' \u00b7 data root: ' +
         text(record.snapshotRoot) + ' \u00b7 plug-in ' + text(record.plugin) + ' \u00b7 work tree ' +
         (record.workTreeRemoved ? 'removed' : 'still present') + ' \u00b7 ', secrets),
       facts);
+  }
+
+  // The record exactly as the page carries it.
+  const recordText = () => document.getElementById('data').textContent;
+  function copyButton() {
+    const button = el('button', 'action', 'Copy the JSON record');
+    button.type = 'button';
+    button.addEventListener('click', () => {
+      const done = ok => { button.textContent = ok ? 'Copied' : 'Copy failed: save it instead'; };
+      if (navigator.clipboard && navigator.clipboard.writeText) {
+        navigator.clipboard.writeText(recordText()).then(() => done(true), () => done(fallbackCopy()));
+      } else {
+        done(fallbackCopy());
+      }
+    });
+    return button;
+  }
+  function fallbackCopy() {
+    const area = el('textarea', 'offscreen');
+    area.value = recordText();
+    document.body.append(area);
+    area.select();
+    let ok = false;
+    try { ok = document.execCommand('copy'); } catch (e) { ok = false; }
+    area.remove();
+    return ok;
+  }
+  function saveButton() {
+    const button = el('button', 'action', 'Save the JSON record');
+    button.type = 'button';
+    button.addEventListener('click', () => {
+      const url = URL.createObjectURL(new Blob([recordText()], { type: 'application/json' }));
+      const base = text(record.snapshot).split('/').filter(Boolean).pop() || 'restore';
+      const link = Object.assign(el('a', ''), { href: url, download: base + '.report.json' });
+      document.body.append(link);
+      link.click();
+      link.remove();
+      setTimeout(() => URL.revokeObjectURL(url), 1000);
+    });
+    return button;
+  }
+
+  function contextSection() {
+    const c = context;
+    const plugin = c.plugin || {};
+    const snap = c.snapshot || {};
+    const runner = c.runner || {};
+    const state = c.deviceState || {};
+    const build = plugin.builtWithRunner ? text(plugin.version) + ' (' + text(plugin.revision) + ')' : 'unknown';
+    const parts = [pairs([
+      ['Started (UTC)', text(c.startedUtc)], ['Host', text(c.host)],
+      ['Runner', text(runner.version) + ' (' + text(runner.revision) + ')'],
+      ['Plug-in', el('span', 'mono', text(plugin.path))], ['Plug-in build', build + ' \u2014 ' + text(plugin.note)],
+      ['Plug-in SHA-256', el('span', 'mono', text(plugin.sha256))],
+      ['Snapshot', el('span', 'mono', text(snap.name))],
+      ['Snapshot size', text(snap.bytes) + ' bytes (' + text(snap.kind) + ')'],
+      ['Snapshot SHA-256', el('span', 'mono', text(snap.sha256))], ['Digest of', text(snap.digestOf)],
+      ['Laid files SHA-256', el('span', 'mono', text(snap.laidSha256))],
+      ['Device state', state.file ? el('span', 'mono', text(state.file)) : 'the typical device'],
+      ['Device state SHA-256', state.file ? el('span', 'mono', text(state.sha256)) : el('span', 'none', 'none')]])];
+    if (faults.length) {
+      parts.push(table([{ label: '' }, { label: 'injected into' }, { label: 'fault' }],
+        faults.map(f => [el('span', 'badge injected', 'injected'), text(f.injectedInto), text(f.sentence)]), 'faults'));
+    } else {
+      parts.push(el('p', 'none', 'No fault injected.'));
+    }
+    return section('Run context', el('div', 'panel', ...parts));
+  }
+
+  function codesSection() {
+    const codes = record.codes || [];
+    if (!codes.length) return section('Codes', el('p', 'none', 'No code met.'));
+    return section('Codes', table([{ label: 'hex', className: 'mono' }, { label: 'name', className: 'mono' },
+      { label: 'meaning' }, { label: 'from' }],
+    codes.map(c => [text(c.hex), text(c.name), text(c.meaning), text(c.from)]), 'codes'));
   }
 
   function account() {
@@ -144,6 +242,7 @@
   function timelineSection() {
     const journal = record.migrateJournal || [];
     if (!journal.length) return section('Migrate service requests', el('p', 'none', 'No request journalled.'));
+    const failed = journal.filter(j => j.outcome !== 'served').length;
     const start = Math.min(...journal.map(j => Number(j.timeMs) || 0));
     const end = Math.max(...journal.map(j => (Number(j.timeMs) || 0) + (Number(j.durationUs) || 0) / 1000));
     const span = Math.max(end - start, 1);
@@ -160,9 +259,10 @@
       return ['+' + offset.toFixed(0) + ' ms', text(j.operation), paths, answer,
         ((Number(j.durationUs) || 0) / 1000).toFixed(2) + ' ms', track];
     });
-    return section('Migrate service requests', table(
+    return section('Migrate service requests', folded(journal.length + ' requests' +
+      (failed ? ', ' + failed + ' not served' : ', all served'), table(
       [{ label: 'at', className: 'num' }, { label: 'request', className: 'nowrap' }, { label: 'paths', className: 'mono' }, { label: 'answer', className: 'answer' },
-        { label: 'took', className: 'num' }, { label: 'timeline', className: 'bar' }], rows, 'timeline'));
+        { label: 'took', className: 'num' }, { label: 'timeline', className: 'bar' }], rows, 'timeline')));
   }
 
   function timingsSection() {
@@ -176,11 +276,11 @@
       track.append(bar);
       return [label, ms(value), track];
     };
-    return section('Timings', table([{ label: 'step' }, { label: 'took', className: 'num' }, { label: '', className: 'bar' }], [
+    return section('Timings', folded('In all ' + ms(t.total), table([{ label: 'step' }, { label: 'took', className: 'num' }, { label: '', className: 'bar' }], [
       row('set-up (sandbox, snapshot, migrate service)', t.setup, 0),
       row('of which starting the migrate service', t.serviceStart, 0),
       row('RestoreData', t.restoreData, Number(t.setup) || 0),
-      row('in all', t.total, 0)], 'timeline'));
+      row('in all', t.total, 0)], 'timeline')));
   }
 
   function snapshotSection() {
@@ -195,12 +295,12 @@
     for (const l of logs) {
       lines.append(el('li', '', text(l.level) + ' ' + (l.file ? text(l.file) + '(' + text(l.line) + ') ' : '') + text(l.message)));
     }
-    parts.push(el('details', '', el('summary', '', 'Every log line of the call (' + logs.length + ')'), lines));
+    parts.push(folded('Every log line of the call (' + logs.length + ')', lines));
     return section('Snapshot and log', el('div', 'panel', ...parts));
   }
 
-  document.body.append(el('main', '', header(), account(), usersSection(), eventsSection(), timelineSection(),
-    timingsSection(), snapshotSection()));
+  document.body.append(el('main', '', header(), account(), usersSection(), eventsSection(), codesSection(),
+    contextSection(), timelineSection(), timingsSection(), snapshotSection()));
   window.addEventListener('beforeprint', () => {
     for (const d of document.querySelectorAll('details')) d.open = true;
   });
