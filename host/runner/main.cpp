@@ -2,7 +2,6 @@
 // an Android data snapshot, starts the migrate service, loads the plug-in, calls RestoreData and
 // reports what happened.
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -27,11 +26,8 @@
 #include "own_path.h"
 #include "owner_only_file.h"
 #include "path_within.h"
-#include "platform_control/credential_control.h"
 #include "platform_control/device_state.h"
-#include "platform_control/event_capture.h"
-#include "platform_control/log_capture.h"
-#include "printable.h"
+#include "plugin_call.h"
 #include "record_source_users.h"
 #include "run_record.h"
 #include "sample_phone.h"
@@ -39,12 +35,14 @@
 #include "sha256.h"
 #include "snapshot.h"
 #include "support/build_info.h"
+#include "support/printable.h"
 #include "view_page.h"
 #include "view_report_json.h"
 #include "view_summary.h"
 
 namespace fs = std::filesystem;
 using namespace Zarvo::Host;
+using Zarvo::Support::Printable;
 
 namespace {
 
@@ -204,31 +202,17 @@ int Run(const Options &options, int64_t startNs) {
         capture.serviceStartMs = MsSince(serviceStart);
     }
 
-    void *handle = dlopen(options.plugin.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
-        return Fail("could not load the plug-in " + options.plugin + ": " + dlerror() + ".");
-    }
-    using RestoreDataFunction = bool (*)();
-    auto restoreData = reinterpret_cast<RestoreDataFunction>(dlsym(handle, "RestoreData"));
-    if (restoreData == nullptr) {
-        dlclose(handle);
-        return Fail("the plug-in " + options.plugin + " does not export RestoreData.");
-    }
-
-    ClearCapturedLogs();
-    ClearCapturedEvents();
     capture.setupMs = MsSince(startNs);
-    const int64_t restoreStart = NowNs();
-    capture.result = restoreData();
-    capture.restoreMs = MsSince(restoreStart);
-    // The credential service answers on its own thread with the plug-in's callback: let every
-    // answer finish before the plug-in's code is unmapped.
-    ResetCredentialService();
-    dlclose(handle);
-
+    PluginCall call;
+    error = CallRestoreData(options.plugin, call);
+    if (!error.empty()) {
+        return Fail(error);
+    }
+    capture.result = call.result;
+    capture.restoreMs = call.restoreMs;
+    capture.logs = std::move(call.logs);
+    capture.events = std::move(call.events);
     capture.journal = service.Stop();
-    capture.logs = CapturedLogs();
-    capture.events = CapturedEvents();
     capture.osAccountsAfter = OsAccounts();
     capture.callCounts = CallCounts();
     capture.handedFiles = CollectFiles(APP_DATA_ROOT);

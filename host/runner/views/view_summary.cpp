@@ -3,9 +3,11 @@
 #include <iomanip>
 
 #include "account_restore_vocabulary.h"
-#include "printable.h"
+#include "support/printable.h"
 
 namespace Zarvo::Host {
+
+using Support::Printable;
 namespace {
 
 std::string CodeLine(const NamedCode &code) {

@@ -9,10 +9,12 @@
 #include <sstream>
 
 #include "owner_only_file.h"
-#include "printable.h"
+#include "support/printable.h"
 #include "view_page.h"
 
 namespace Zarvo::Host {
+
+using Support::Printable;
 namespace {
 
 bool ReadText(const std::string &path, std::string &content) {

@@ -11,9 +11,11 @@
 #include "html_page.h"
 #include "owner_only_file.h"
 #include "page_assets.h"
-#include "printable.h"
+#include "support/printable.h"
 
 namespace Zarvo::Host {
+
+using Support::Printable;
 namespace {
 
 using Json = nlohmann::json;

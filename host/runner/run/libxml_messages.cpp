@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <string>
 
-#include "printable.h"
+#include "support/printable.h"
 
 namespace Zarvo::Host {
+
+using Support::Printable;
 namespace {
 
 constexpr int MAX_LINES = 100;

@@ -87,4 +87,45 @@ TEST(SecretMaskingTest, MasksTheTokenInEveryFormAndEveryViewOfTheRecord) {
     EXPECT_EQ(BuildRunRecord(capture, true).account->name, TOKEN);
 }
 
+TEST(RecordSecretsTest, MasksShowOnlyTheLengthAndTheStartOfLongSecrets) {
+    struct Case {
+        std::string secret;
+        std::string masked;
+    } cases[] = {
+        {"abcdefghijklmnop", "abcd\u2026 (16 characters)"},
+        {"abcdefghijklmno", "\u2026 (15 characters)"},
+        {"x", "\u2026 (1 character)"},
+        {"", "\u2026 (0 characters)"},
+        // Characters, not bytes: a multi-byte character is never cut.
+        {"\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9",
+         "\u00e9\u00e9\u00e9\u00e9\u2026 (16 characters)"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(MaskSecret(c.secret), c.masked) << c.secret;
+    }
+}
+
+TEST(RecordSecretsTest, MasksTheTokenAndCredentialExtrasWhereverTheyOccur) {
+    nlohmann::json account = nlohmann::json::parse(R"({"authtoken": "token-0123456789abcdef", "name": "n",
+        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "token-0123456789abcdef-refresh"},
+                   {"key": "userPassword", "value": "pw"}]})");
+    std::vector<std::string> secrets;
+    MaskAccountExport(account, secrets);
+    const nlohmann::json masked =
+        nlohmann::json::parse(R"json({"authtoken": "toke\u2026 (22 characters)", "name": "n",
+        "extras": [{"key": "nickName", "value": "Al"}, {"key": "OAuth_Refresh_TOKEN", "value": "toke\u2026 (30 characters)"},
+                   {"key": "userPassword", "value": "\u2026 (2 characters)"}]})json");
+    EXPECT_EQ(account, masked);
+
+    // A secret that holds another is masked whole. Secrets shorter than 8 bytes are too common a
+    // text to be replaced wherever they appear.
+    nlohmann::json elsewhere = {{"token-0123456789abcdef",
+                                 {"a token-0123456789abcdef b", "token-0123456789abcdef-refresh", "pw", 1}}};
+    MaskOccurrences(elsewhere, secrets);
+    EXPECT_EQ(elsewhere,
+              nlohmann::json({{"toke\u2026 (22 characters)",
+                               {"a toke\u2026 (22 characters) b", "toke\u2026 (30 characters)", "pw", 1}}}));
+}
+
+
 }  // namespace

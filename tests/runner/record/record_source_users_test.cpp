@@ -136,4 +136,25 @@ TEST_F(RecordSourceUsersTest, KeepsBoundedNamesAndPhotos) {
     EXPECT_EQ(read.users[5].name, "u");
 }
 
+TEST(UserFlagNamesTest, NamesEveryFlagAndEveryUnknownBit) {
+    struct Case {
+        int64_t flags;
+        std::string names;
+    } cases[] = {
+        {3091, "PRIMARY|ADMIN|INITIALIZED|FULL|SYSTEM"},
+        {0x4C13, "PRIMARY|ADMIN|INITIALIZED|FULL|SYSTEM|MAIN"},
+        {0x02000410, "INITIALIZED|FULL|0x02000000"},
+        {0, "none"},
+        {-1,
+         "PRIMARY|ADMIN|GUEST|RESTRICTED|INITIALIZED|MANAGED_PROFILE|DISABLED|QUIET_MODE|EPHEMERAL|DEMO|FULL|"
+         "SYSTEM|PROFILE|EPHEMERAL_ON_CREATE|MAIN|FOR_TESTING|0x00010000|0x00020000|0x00040000|0x00080000|"
+         "0x00100000|0x00200000|0x00400000|0x00800000|0x01000000|0x02000000|0x04000000|0x08000000|0x10000000|"
+         "0x20000000|0x40000000|0x80000000"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(UserFlagNames(c.flags), c.names) << c.flags;
+    }
+}
+
+
 }  // namespace

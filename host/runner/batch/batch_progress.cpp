@@ -2,9 +2,11 @@
 
 #include <cmath>
 
-#include "printable.h"
+#include "support/printable.h"
 
 namespace Zarvo::Host {
+
+using Support::Printable;
 namespace {
 
 std::string Duration(double seconds) {
