@@ -157,19 +157,19 @@ protected:
 TEST_F(DaemonTest, BadCommandLinesEndWithOneSentenceAndFailure) {
     std::ofstream("/data/bad.json") << R"({"faults": [{"action": "melt"}]})";
     std::ofstream("/data/state.json") << "[1, 2]";
-    for (const auto &[args, expected] : std::vector<std::pair<std::string, int>>{
-             {"--no-such-option", 2},
-             {"--allow relative/dir", 2},
-             {"--allow /data/a/../b", 2},
-             {"--faults /data/bad.json", 2},
-             {"--faults /data/missing.json", 2},
-             {"--device-state /data/state.json", 2},
-             {"--ready-fd 77", 2},
-             {"--socket /data/" + std::string(200, 's'), 2},
-             {"--max-connections 0", 2},
-             {"--request-timeout 0", 2},
-             {"--idle-timeout -1", 2},
-             {"--journal /data/no/such/dir/journal", 1}}) {
+    for (const auto &[args, expected] :
+         std::vector<std::pair<std::string, int>>{{"--no-such-option", 2},
+                                                  {"--allow relative/dir", 2},
+                                                  {"--allow /data/a/../b", 2},
+                                                  {"--faults /data/bad.json", 2},
+                                                  {"--faults /data/missing.json", 2},
+                                                  {"--device-state /data/state.json", 2},
+                                                  {"--ready-fd 77", 2},
+                                                  {"--socket /data/" + std::string(200, 's'), 2},
+                                                  {"--max-connections 0", 2},
+                                                  {"--request-timeout 0", 2},
+                                                  {"--idle-timeout -1", 2},
+                                                  {"--journal /data/no/such/dir/journal", 1}}) {
         // Only stderr comes through the pipe.
         FILE *pipe = popen((MIGRATE_SERVICE_BINARY " " + args + " 2>&1 >/dev/null").c_str(), "r");
         ASSERT_NE(pipe, nullptr);

@@ -39,8 +39,9 @@ int main(int argc, char **argv) {
     std::string deviceState;
     int readyFd = -1;
 
-    CLI::App app{"Serves privileged file operations on the migrate socket, confined to allowed roots.\n\n"
-                 "Example: migrate_service --socket /tmp/migrate.sock --allow /tmp/app --journal journal.jsonl"};
+    CLI::App app{
+        "Serves privileged file operations on the migrate socket, confined to allowed roots.\n\n"
+        "Example: migrate_service --socket /tmp/migrate.sock --allow /tmp/app --journal journal.jsonl"};
     app.set_version_flag("--version", Zarvo::BuildInfo::VersionLine("migrate_service"),
                          "Print the version and exit");
     app.add_option("--socket", options.socketPath, "Socket path to listen on")->capture_default_str();

@@ -127,5 +127,4 @@ TEST(RecordSecretsTest, MasksTheTokenAndCredentialExtrasWhereverTheyOccur) {
                                {"a toke\u2026 (22 characters) b", "toke\u2026 (30 characters)", "pw", 1}}}));
 }
 
-
 }  // namespace

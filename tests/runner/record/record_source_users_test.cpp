@@ -156,5 +156,4 @@ TEST(UserFlagNamesTest, NamesEveryFlagAndEveryUnknownBit) {
     }
 }
 
-
 }  // namespace

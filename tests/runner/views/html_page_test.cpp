@@ -50,5 +50,4 @@ TEST(HtmlPageTest, PolicyAllowsExactlyThePageOwnStyleAndScript) {
     }
 }
 
-
 }  // namespace
