@@ -4,16 +4,7 @@
 set -u
 abx2xml=$1 xml2abx=$2 version=$3 dir=$4
 rm -rf "$dir" && mkdir -p "$dir" && cd "$dir" || exit 1
-failures=0
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-# expect STATUS PATTERN COMMAND...: the exit status, and one line on stderr matching PATTERN.
-expect() {
-    want=$1 pattern=$2; shift 2
-    "$@" >out.txt 2>err.txt; got=$?
-    [ "$got" = "$want" ] || fail "$* exited $got, not $want: $(cat err.txt)"
-    [ -z "$pattern" ] || { [ "$(wc -l <err.txt)" = 1 ] && grep -q -- "$pattern" err.txt; } ||
-        fail "$* said: $(cat err.txt)"
-}
+. "$(dirname "$0")/expect.sh"
 
 for tool in "$abx2xml" "$xml2abx"; do
     name=$(basename "$tool")

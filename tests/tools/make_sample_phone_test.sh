@@ -5,15 +5,7 @@
 set -u
 tool=$1 version=$2 dir=$3
 rm -rf "$dir" && mkdir -p "$dir" && cd "$dir" || exit 1
-failures=0
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-expect() {
-    want=$1 pattern=$2; shift 2
-    "$@" >out.txt 2>err.txt; got=$?
-    [ "$got" = "$want" ] || fail "$* exited $got, not $want: $(cat err.txt)"
-    [ -z "$pattern" ] || { [ "$(wc -l <err.txt)" = 1 ] && grep -q -- "$pattern" err.txt; } ||
-        fail "$* said: $(cat err.txt)"
-}
+. "$(dirname "$0")/expect.sh"
 
 expect 2 "--out is required" "$tool"
 expect 2 "not expected" "$tool" --out phone extra

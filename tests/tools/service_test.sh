@@ -4,15 +4,7 @@
 set -u
 service=$1 version=$2 dir=$3
 rm -rf "$dir" && mkdir -p "$dir" && cd "$dir" || exit 1
-failures=0
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-expect() {
-    want=$1 pattern=$2; shift 2
-    "$@" >out.txt 2>err.txt; got=$?
-    [ "$got" = "$want" ] || fail "$* exited $got, not $want: $(cat err.txt)"
-    [ -z "$pattern" ] || { [ "$(wc -l <err.txt)" = 1 ] && grep -q -- "$pattern" err.txt; } ||
-        fail "$* said: $(cat err.txt)"
-}
+. "$(dirname "$0")/expect.sh"
 expect 2 "see --help" "$service" --bogus
 expect 2 "see --help" "$service" --max-connections 0
 expect 2 "--ready-fd 97 is not an open descriptor" "$service" --ready-fd 97
