@@ -27,17 +27,13 @@
 namespace Zarvo::Host {
 namespace {
 
-constexpr size_t COPY_CHUNK = 64 * 1024;
+constexpr size_t STAGE_CHUNK = 64 * 1024;
 constexpr size_t MAX_NAME = 4096;
 // A tar stream ends with zero blocks of 512 bytes; one that stops without them was cut short.
 constexpr int64_t TAR_BLOCK = 512;
 
 bool IsPlainName(std::string_view component) {
     return !component.empty() && component != "." && component != "..";
-}
-
-bool StartsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
 }
 
 // One way to read an archive member's name: a data root, a run of plain folder names, and the path
@@ -387,7 +383,7 @@ private:
     }
 
     std::string Stage(archive *a, const std::string &name, StagingFile &staging) {
-        char buffer[COPY_CHUNK];
+        char buffer[STAGE_CHUNK];
         uint64_t fileBytes = 0;
         for (;;) {
             la_ssize_t got = archive_read_data(a, buffer, sizeof(buffer));

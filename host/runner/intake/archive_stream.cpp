@@ -26,7 +26,7 @@ la_ssize_t Fail(archive *a, const std::string &message, int error = EIO) {
 }
 
 template <size_t N>
-bool StartsWith(const std::vector<unsigned char> &bytes, la_ssize_t size, const unsigned char (&magic)[N]) {
+bool HasMagic(const std::vector<unsigned char> &bytes, la_ssize_t size, const unsigned char (&magic)[N]) {
     return size >= static_cast<la_ssize_t>(N) &&
            std::equal(std::begin(magic), std::end(magic), bytes.begin());
 }
@@ -78,7 +78,7 @@ la_ssize_t ArchiveStream::ReadPlain(archive *a, const void **buffer) {
         return got;
     }
     started_ = true;
-    if (StartsWith(raw_, got, GZIP_MAGIC)) {
+    if (HasMagic(raw_, got, GZIP_MAGIC)) {
         if (inflateInit2(&zlib_, GZIP_WINDOW_BITS) != Z_OK) {
             return Fail(a, "could not start decompressing gzip");
         }
@@ -87,7 +87,7 @@ la_ssize_t ArchiveStream::ReadPlain(archive *a, const void **buffer) {
         zlib_.avail_in = static_cast<uInt>(got);
         return Inflate(a, buffer);
     }
-    if (StartsWith(raw_, got, XZ_MAGIC)) {
+    if (HasMagic(raw_, got, XZ_MAGIC)) {
         if (lzma_stream_decoder(&lzma_, DECODER_MEMORY, LZMA_CONCATENATED) != LZMA_OK) {
             return Fail(a, "could not start decompressing xz");
         }
@@ -96,7 +96,7 @@ la_ssize_t ArchiveStream::ReadPlain(archive *a, const void **buffer) {
         lzma_.avail_in = static_cast<size_t>(got);
         return Unxz(a, buffer);
     }
-    if (StartsWith(raw_, got, ZSTD_MAGIC)) {
+    if (HasMagic(raw_, got, ZSTD_MAGIC)) {
         zstd_ = ZSTD_createDCtx();
         if (zstd_ == nullptr ||
             ZSTD_isError(ZSTD_DCtx_setParameter(zstd_, ZSTD_d_windowLogMax, ZSTD_WINDOW_LOG_MAX))) {

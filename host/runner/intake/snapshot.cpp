@@ -28,10 +28,6 @@ bool IsDecimal(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-bool StartsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 // A relative path whose every component is a plain name: nothing empty, "." or "..".
 bool IsPlainPath(const std::string &path) {
     size_t start = 0;
@@ -221,6 +217,10 @@ private:
 };
 
 }  // namespace
+
+bool StartsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
 
 std::string SizeText(uint64_t bytes) {
     return bytes % (1 << 20) == 0 ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes) + " bytes";

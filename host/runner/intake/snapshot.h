@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "snapshot_source.h"
@@ -59,6 +60,9 @@ std::unique_ptr<EntryFilter> RestoreEntryFilter(int activeUserId);
 // file over the limits).
 std::string LaySnapshot(SnapshotSource &source, int activeUserId, LaidSnapshot &result,
                         const LayLimits &limits = {});
+
+// True when `text` begins with `prefix`.
+bool StartsWith(std::string_view text, std::string_view prefix);
 
 }  // namespace Zarvo::Host
 

@@ -108,7 +108,9 @@ const Entry *Find(const Entry (&table)[N], int64_t value) {
     return nullptr;
 }
 
-std::string Hex(int64_t value) {
+}  // namespace
+
+std::string HexText(int64_t value) {
     char text[24];
     const unsigned long long magnitude =
         value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
@@ -116,10 +118,9 @@ std::string Hex(int64_t value) {
     return text;
 }
 
-}  // namespace
-
 NamedCode NameCode(CodeSource source, int64_t value) {
-    NamedCode code{source, value, Hex(value), "unknown", "a code " + SourceName(source) + " does not define"};
+    NamedCode code{source, value, HexText(value), "unknown",
+                   "a code " + SourceName(source) + " does not define"};
     const Entry *entry = nullptr;
     switch (source) {
         case CodeSource::EVENT:

@@ -27,6 +27,8 @@ struct NamedCode {
 };
 
 NamedCode NameCode(CodeSource source, int64_t value);
+// The value in hex as the record writes codes: "0x400001", "-0x1".
+std::string HexText(int64_t value);
 // "0x400001 invalid parameter": how a sentence carries a code.
 std::string CodeInWords(const NamedCode &code);
 // The answerer's name in words: "the account manager".

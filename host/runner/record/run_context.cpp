@@ -5,6 +5,7 @@
 #include <climits>
 #include <ctime>
 
+#include "code_names.h"
 #include "migrate_service/migrate_protocol.h"
 
 namespace Zarvo::Host {
@@ -14,13 +15,6 @@ std::string CallsWords(int count) {
     return count < 0    ? "every call"
            : count == 1 ? "the next call"
                         : "the next " + std::to_string(count) + " calls";
-}
-
-std::string Hex(int64_t value) {
-    char text[24];
-    std::snprintf(text, sizeof(text), "%s0x%llX", value < 0 ? "-" : "",
-                  static_cast<unsigned long long>(value < 0 ? -value : value));
-    return text;
 }
 
 }  // namespace
@@ -42,8 +36,9 @@ std::string HostName() {
 }
 
 std::string FaultWords(const InjectedFault &fault) {
-    return fault.operation + (fault.outOfMemory ? " runs out of memory" : " fails with " + Hex(fault.code)) +
-           ", " + CallsWords(fault.count);
+    return fault.operation +
+           (fault.outOfMemory ? " runs out of memory" : " fails with " + HexText(fault.code)) + ", " +
+           CallsWords(fault.count);
 }
 
 std::string FaultWords(const FaultRule &rule) {
