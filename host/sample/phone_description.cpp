@@ -3,12 +3,13 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+
+#include "support/json_integer.h"
 
 namespace Zarvo::Fixtures {
 namespace {
@@ -83,14 +84,11 @@ public:
         if (!value.is_number_integer()) {
             WrongType(where, wanted, value);
         }
-        const bool fits = value.is_number_unsigned()
-                              ? value.get<uint64_t>() <= static_cast<uint64_t>(std::numeric_limits<T>::max())
-                              : value.get<int64_t>() >= std::numeric_limits<T>::min() &&
-                                    value.get<int64_t>() <= std::numeric_limits<T>::max();
-        if (!fits) {
+        T number{};
+        if (!Host::JsonInteger(value, number)) {
             throw DescriptionError(where + " does not fit in " + wanted);
         }
-        return static_cast<T>(value.get<int64_t>());
+        return number;
     }
 
     template <typename T>

@@ -8,14 +8,15 @@
 #include <set>
 
 #include "batch_index.h"
+#include "folder_file.h"
 #include "owner_only_file.h"
-#include "shard_file.h"
 #include "support/json_integer.h"
 #include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 namespace {
 
+const std::string MERGE = "a merge";
 // Far beyond what a batch writes: an index row is a few hundred bytes, a report a few MiB.
 constexpr size_t MAX_INDEX_BYTES = size_t{256} << 20;
 constexpr size_t MAX_PHONE_FILE_BYTES = size_t{256} << 20;
@@ -138,12 +139,12 @@ std::string ReadShardIndex(const ShardFolder &shard, nlohmann::json &index) {
     const std::string path = shard.path + "/index.json";
     std::string text;
     std::string error;
-    const ShardFileRead read =
-        ReadShardFile(shard.dir.Get(), "index.json", path, MAX_INDEX_BYTES, &text, error);
-    if (read == ShardFileRead::REFUSED) {
+    const FolderFileRead read =
+        ReadFolderFile(shard.dir.Get(), "index.json", path, MAX_INDEX_BYTES, &text, MERGE, error);
+    if (read == FolderFileRead::REFUSED) {
         return error;
     }
-    index = read == ShardFileRead::READ ? nlohmann::json::parse(text, nullptr, false) : nlohmann::json();
+    index = read == FolderFileRead::READ ? nlohmann::json::parse(text, nullptr, false) : nlohmann::json();
     if (!index.is_object() || !index.contains("phones") || !index["phones"].is_array()) {
         return shard.path + " holds no batch index (index.json) that can be read.";
     }
@@ -206,8 +207,8 @@ std::string MergeIndexes(const std::string &outDir, const std::vector<std::strin
             }
             for (const char *extension : PHONE_FILE_EXTENSIONS) {
                 if (shard.phones.Valid() &&
-                    ReadShardFile(shard.phones.Get(), phone + extension, PhoneFile(dir, phone, extension),
-                                  MAX_PHONE_FILE_BYTES, nullptr, error) == ShardFileRead::REFUSED) {
+                    ReadFolderFile(shard.phones.Get(), phone + extension, PhoneFile(dir, phone, extension),
+                                   MAX_PHONE_FILE_BYTES, nullptr, MERGE, error) == FolderFileRead::REFUSED) {
                     return error;
                 }
             }
@@ -245,8 +246,8 @@ std::string MergeIndexes(const std::string &outDir, const std::vector<std::strin
         for (const char *extension : PHONE_FILE_EXTENSIONS) {
             std::string content;
             if (error.empty() && shard.phones.Valid() &&
-                ReadShardFile(shard.phones.Get(), phone + extension, PhoneFile(shard.path, phone, extension),
-                              MAX_PHONE_FILE_BYTES, &content, error) == ShardFileRead::READ) {
+                ReadFolderFile(shard.phones.Get(), phone + extension, PhoneFile(shard.path, phone, extension),
+                               MAX_PHONE_FILE_BYTES, &content, MERGE, error) == FolderFileRead::READ) {
                 error = WriteOwnerOnlyFile(PhoneFile(outDir, phone, extension), content);
             }
         }

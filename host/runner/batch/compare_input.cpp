@@ -1,7 +1,6 @@
 #include "compare_input.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "batch_index.h"
+#include "folder_file.h"
+#include "sha256.h"
 #include "support/unique_fd.h"
 
 namespace Zarvo::Host {
@@ -25,47 +26,16 @@ struct Malformed {
     std::string what;
 };
 
-std::string ReadBounded(int dirFd, const std::string &name, const std::string &shown, std::string &content) {
-    UniqueFd fd(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!fd.Valid()) {
-        if (errno == ELOOP) {
-            return shown + " is a symbolic link; the comparison reads nothing through a link.";
-        }
-        return "could not open " + shown + ": " + std::strerror(errno) + ".";
-    }
-    struct stat info {};
-    if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return shown + " is not a regular file.";
-    }
-    const std::string tooLarge = shown + " is larger than 64 MiB, far more than a runner's report.";
-    if (static_cast<size_t>(info.st_size) > MAX_FILE_BYTES) {
-        return tooLarge;
-    }
-    content.clear();
-    char buffer[65536];
-    for (;;) {
-        const ssize_t n = read(fd.Get(), buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0) {
-            return "could not read " + shown + ": " + std::strerror(errno) + ".";
-        }
-        if (n == 0) {
-            return "";
-        }
-        content.append(buffer, static_cast<size_t>(n));
-        if (content.size() > MAX_FILE_BYTES) {
-            return tooLarge;
-        }
-    }
-}
-
 std::string ReadJsonFile(int dirFd, const std::string &name, const std::string &shown, Json &json) {
     std::string content;
-    std::string error = ReadBounded(dirFd, name, shown, content);
-    if (!error.empty()) {
-        return error;
+    std::string error;
+    switch (ReadFolderFile(dirFd, name, shown, MAX_FILE_BYTES, &content, "the comparison", error)) {
+        case FolderFileRead::MISSING:
+            return "could not open " + shown + ": " + std::strerror(ENOENT) + ".";
+        case FolderFileRead::REFUSED:
+            return error;
+        case FolderFileRead::READ:
+            break;
     }
     json = Json::parse(content, nullptr, false);
     return json.is_discarded() ? shown + " is not JSON." : "";
@@ -159,16 +129,9 @@ std::string EventLine(const Json &event, const std::string &where) {
 }
 
 std::string Sha256Hex(const std::string &content) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(content.data(), content.size(), digest, &length, EVP_sha256(), nullptr);
-    static const char HEX[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += HEX[digest[i] >> 4];
-        hex += HEX[digest[i] & 15];
-    }
-    return hex;
+    Sha256 digest;
+    digest.Update(content);
+    return digest.HexDigest();
 }
 
 // The verdict and the account's outcome are read when the report has them; older reports have

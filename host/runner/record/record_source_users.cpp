@@ -15,6 +15,7 @@
 #include <unordered_set>
 
 #include "binary_xml/abx_decoder.h"
+#include "support/fd_io.h"
 #include "support/unique_fd.h"
 
 namespace Zarvo::Host {
@@ -61,21 +62,11 @@ std::string ReadFile(const std::string &path, size_t limit, std::string &content
     if (static_cast<uint64_t>(info.st_size) > limit) {
         return "it holds more than " + std::to_string(limit >> 20) + " MiB";
     }
-    content.clear();
-    char buffer[64 * 1024];
-    for (ssize_t got; (got = read(fd, buffer, sizeof(buffer))) != 0;) {
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return std::string("it cannot be read: ") + std::strerror(errno);
-        }
-        content.append(buffer, static_cast<size_t>(got));
-        if (content.size() > limit) {
-            return "it holds more than " + std::to_string(limit >> 20) + " MiB";
-        }
+    const int failed = ReadUpTo(fd, limit, content);
+    if (failed == EFBIG) {
+        return "it holds more than " + std::to_string(limit >> 20) + " MiB";
     }
-    return "";
+    return failed == 0 ? "" : std::string("it cannot be read: ") + std::strerror(failed);
 }
 
 using XmlDocument = std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)>;

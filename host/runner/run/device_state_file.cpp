@@ -35,19 +35,10 @@ std::string ReadDeviceStateFile(const std::string &path, std::string &text) {
     if (status.st_size > MAX_DEVICE_STATE_BYTES) {
         return unreadable + "it is larger than 16 MiB.";
     }
-    text.clear();
-    char buffer[65536];
-    for (ssize_t got; (got = read(fd.Get(), buffer, sizeof(buffer))) != 0;) {
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return unreadable + std::strerror(errno) + ".";
-        }
-        text.append(buffer, static_cast<size_t>(got));
-        if (text.size() > static_cast<size_t>(MAX_DEVICE_STATE_BYTES)) {
-            return unreadable + "it is larger than 16 MiB.";
-        }
+    const int failed = ReadUpTo(fd.Get(), static_cast<size_t>(MAX_DEVICE_STATE_BYTES), text);
+    if (failed != 0) {
+        return unreadable +
+               (failed == EFBIG ? "it is larger than 16 MiB." : std::strerror(failed) + std::string("."));
     }
 
     std::string error;

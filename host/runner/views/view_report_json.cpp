@@ -128,23 +128,9 @@ nlohmann::json OsAccountsJson(const std::vector<AccountSA::OsAccountInfo> &accou
 nlohmann::json JournalJson(const std::vector<JournalEntry> &journal) {
     nlohmann::json list = nlohmann::json::array();
     for (const auto &entry : journal) {
-        list.push_back({{"seq", entry.seq},
-                        {"timeMs", entry.timeMs},
-                        {"connection", entry.connection},
-                        {"outcome", JournalOutcomeName(entry.outcome)},
-                        {"type", entry.request.type},
-                        {"operation", MigrateOpName(entry.request.type)},
-                        {"src", entry.request.src},
-                        {"dst", entry.request.dst},
-                        {"uid", entry.request.uid},
-                        {"gid", entry.request.gid},
-                        {"perm", entry.request.perm},
-                        {"recurseOpt", entry.request.recurseOpt},
-                        {"result", entry.result},
-                        {"errCode", entry.errCode},
-                        {"pkgNum", entry.pkgNum},
-                        {"durationUs", entry.durationUs},
-                        {"note", entry.note}});
+        nlohmann::json line = JournalEntryJson(entry);
+        line["note"] = entry.note;  // the report has it for every request, empty or not
+        list.push_back(std::move(line));
     }
     return list;
 }

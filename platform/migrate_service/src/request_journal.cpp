@@ -30,7 +30,7 @@ std::string JournalOutcomeName(JournalOutcome outcome) {
     return "unknown";
 }
 
-std::string JournalEntryToJson(const JournalEntry &entry) {
+nlohmann::json JournalEntryJson(const JournalEntry &entry) {
     const MigrateRequest &request = entry.request;
     nlohmann::json json = {
         {"seq", entry.seq},
@@ -53,7 +53,11 @@ std::string JournalEntryToJson(const JournalEntry &entry) {
     if (!entry.note.empty()) {
         json["note"] = entry.note;
     }
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json;
+}
+
+std::string JournalEntryToJson(const JournalEntry &entry) {
+    return JournalEntryJson(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 RequestJournal::~RequestJournal() {

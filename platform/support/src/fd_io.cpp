@@ -27,6 +27,27 @@ bool WriteAll(int fd, const void *data, size_t size) {
     return true;
 }
 
+int ReadUpTo(int fd, size_t limit, std::string &content) {
+    content.clear();
+    char buffer[65536];
+    for (;;) {
+        const ssize_t got = read(fd, buffer, sizeof(buffer));
+        if (got == 0) {
+            return 0;
+        }
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return errno;
+        }
+        if (content.size() + static_cast<size_t>(got) > limit) {
+            return EFBIG;
+        }
+        content.append(buffer, static_cast<size_t>(got));
+    }
+}
+
 int ListDirectoryNames(int dirFd, std::vector<std::string> &names) {
     // A duplicate for the stream, which closes it and owns its own position.
     int copy = dup(dirFd);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,6 +39,8 @@ struct JournalEntry {
 };
 
 std::string JournalOutcomeName(JournalOutcome outcome);
+// The entry as a JSON object; `note` only when there is one.
+nlohmann::json JournalEntryJson(const JournalEntry &entry);
 // One JSON object on one line (no newline), with texts that are not UTF-8 repaired.
 std::string JournalEntryToJson(const JournalEntry &entry);
 
