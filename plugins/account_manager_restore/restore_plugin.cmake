@@ -13,5 +13,5 @@ if(TARGET account_restore AND TARGET user_restore)
   set_target_properties(account_manager_restore PROPERTIES
     LINK_DEPENDS ${plugin_map}
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-  install(TARGETS account_manager_restore LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  zarvo_install(account_manager_restore LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
