@@ -297,6 +297,7 @@ TEST_F(RunnerCliTest, AMigrateServiceThatDiesAtStartUpIsToldApartFromASlowOne) {
     const fs::path built = fs::path(RunnerPath()).parent_path();
     fs::create_directories(dir_ + "/bin");
     fs::copy_file(RunnerPath(), dir_ + "/bin/restore_runner");
+    fs::create_directory_symlink(built.parent_path() / "lib", dir_ + "/lib");  // the platform library
     const std::string service = Write("bin/migrate_service", "#!/bin/sh\nexit 3\n");
     fs::permissions(service, fs::perms::owner_all);
     for (int run = 0; run < 20; ++run) {
