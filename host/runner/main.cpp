@@ -302,6 +302,27 @@ void AddBatchOptions(CLI::App &app, Options &options, const std::vector<CLI::Opt
     }
 }
 
+int RunnerMain(int argc, char *argv[]);
+
+// A phone of a batch runs in a child of the batch that runs the runner's main again with the
+// phone's options: no program is started anew. As a runner started on its own would, it writes its
+// log lines and fault events into its report only.
+int RunPhone(const std::vector<std::string> &arguments) {
+    unsetenv("ZARVO_HISYSEVENT_LOG");
+    setenv("ZARVO_HILOG_OUTPUT", "off", 1);
+    SetLogOutput("off");
+    std::string ignored;
+    SetEventLogPath("", ignored);
+    std::vector<std::string> texts = {"restore_runner"};
+    texts.insert(texts.end(), arguments.begin(), arguments.end());
+    std::vector<char *> argv;
+    for (std::string &text : texts) {
+        argv.push_back(text.data());
+    }
+    argv.push_back(nullptr);
+    return RunnerMain(static_cast<int>(texts.size()), argv.data());
+}
+
 // `deviceStateText`: the device-state file as the pre-flight read and checked it.
 int BatchCommand(const Options &options, const std::string &deviceStateText) {
     if (InSandbox()) {
@@ -320,11 +341,11 @@ int BatchCommand(const Options &options, const std::string &deviceStateText) {
         return Fail("--shard takes K/N with 1 <= K <= N <= " + std::to_string(MAX_SHARDS) +
                     ", for example 2/8; " + options.shard + " is not that.");
     }
-    batch.runner = OwnPath();
-    if (batch.runner.empty()) {
-        return Fail("could not find this program's own path to run each phone.");
-    }
-    batch.runnerOptions = {"--plugin", fs::absolute(options.plugin).string()};
+    batch.runPhone = RunPhone;
+    const std::string plugin = fs::absolute(options.plugin).string();
+    batch.runnerOptions = {"--plugin", plugin};
+    // Digested once here; every phone forked from the batch finds the digest while the file is unchanged.
+    FileSha256(plugin);
     // Read once for the whole batch: every phone gets the state that was checked.
     UniqueFd deviceState;
     if (!options.deviceState.empty()) {
@@ -392,13 +413,8 @@ int MergeIndexCommand(const std::vector<std::string> &arguments) {
     return IndexExitStatus(merged);
 }
 
-}  // namespace
-
-int main(int argc, char *argv[]) {
-    // The runner collects the ends of the processes it starts (sandbox, migrate service, a batch's
-    // runners): an "ignore" inherited from whoever started it would have the kernel reap them.
-    signal(SIGCHLD, SIG_DFL);
-    PrintLibxmlMessagesPrintably();
+int RunnerMain(int argc, char *argv[]) {
+    const int64_t startNs = NowNs();
     CLI::App app{
         "Plays the migrate server: restores an Android data snapshot with the account restore plug-in."};
     app.name("restore_runner");
@@ -488,18 +504,24 @@ int main(int argc, char *argv[]) {
         return Fail(std::string("unexpected failure: ") + e.what() + ".");
     }
     if (!options.noSandbox && !InSandbox()) {
-        if (std::getenv(START_TIME_VARIABLE) == nullptr) {
-            setenv(START_TIME_VARIABLE, std::to_string(NowNs()).c_str(), 1);
+        const std::string problem = EnterSandbox();
+        if (!problem.empty()) {
+            return Fail(problem);
         }
-        std::string error;
-        int status = RunInSandbox(argc, argv, error);
-        return status >= 0 ? status : Fail(error);
     }
-    const char *start = std::getenv(START_TIME_VARIABLE);
-    int64_t startNs = start != nullptr ? std::strtoll(start, nullptr, 10) : NowNs();
     try {
         return Run(options, startNs);
     } catch (const std::exception &e) {
         return Fail(std::string("unexpected failure: ") + e.what() + ".");
     }
+}
+
+}  // namespace
+
+int main(int argc, char *argv[]) {
+    // The runner collects the ends of the processes it starts (migrate service, a batch's phones):
+    // an "ignore" inherited from whoever started it would have the kernel reap them.
+    signal(SIGCHLD, SIG_DFL);
+    PrintLibxmlMessagesPrintably();
+    return RunnerMain(argc, argv);
 }

@@ -1,7 +1,6 @@
 #include "batch.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -21,12 +22,13 @@
 #include "batch_progress.h"
 #include "owner_only_file.h"
 #include "support/fd_io.h"
+#include "support/printable.h"
 #include "support/unique_fd.h"
-
-extern char **environ;
 
 namespace Zarvo::Host {
 namespace {
+
+using Zarvo::Support::Printable;
 
 using Clock = std::chrono::steady_clock;
 constexpr int EXIT_BAD_USAGE = 2;
@@ -60,29 +62,23 @@ std::vector<std::string> FolderEntries(const std::string &folder, std::string &e
     return WithoutLaterPieces(std::move(names));
 }
 
-// The environment of a phone's runner: its log lines and fault events go to its report only (each
-// runner replaces the event log it is given, so phones cannot share one), and it measures its own
-// time from its own start.
-std::vector<std::string> ChildEnvironment() {
-    std::vector<std::string> environment;
-    for (char **variable = environ; *variable != nullptr; ++variable) {
-        const std::string entry = *variable;
-        if (entry.rfind(std::string(START_TIME_VARIABLE) + "=", 0) != 0 &&
-            entry.rfind("ZARVO_HILOG_OUTPUT=", 0) != 0 && entry.rfind("ZARVO_HISYSEVENT_LOG=", 0) != 0) {
-            environment.push_back(entry);
+// What a phone's runner holds of the batch: only what a program started anew would have inherited
+// (no descriptor the batch keeps close-on-exec: other phones' files, the folder's listing).
+void CloseBatchDescriptors() {
+    std::vector<int> inherited;
+    UniqueFd dir(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::vector<std::string> names;
+    if (dir.Valid() && ListDirectoryNames(dir.Get(), names) == 0) {
+        for (const std::string &name : names) {
+            const int fd = std::atoi(name.c_str());
+            if (fd > STDERR_FILENO && fd != dir.Get() && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0) {
+                inherited.push_back(fd);
+            }
         }
     }
-    environment.emplace_back("ZARVO_HILOG_OUTPUT=off");
-    return environment;
-}
-
-std::vector<char *> Pointers(std::vector<std::string> &texts) {
-    std::vector<char *> pointers;
-    for (auto &text : texts) {
-        pointers.push_back(text.data());
+    for (int fd : inherited) {
+        close(fd);
     }
-    pointers.push_back(nullptr);
-    return pointers;
 }
 
 // What the runner wrote into one of its memory files, up to `limit` bytes.
@@ -125,7 +121,6 @@ public:
         : options_(options),
           waited_(waited),
           runnerSignalMask_(runnerSignalMask),
-          environment_(ChildEnvironment()),
           progress_(total, isatty(STDERR_FILENO) == 1, std::cerr) {}
 
     // Starts the phone's runner in a process group of its own, so that the sandbox and the migrate
@@ -138,13 +133,9 @@ public:
             Finish(phone, -1, "its name " + nameProblem + "; rename it to restore it", start, false);
             return;
         }
-        std::vector<std::string> arguments = {options_.runner,
-                                              "--snapshot",
-                                              options_.folder + "/" + phone,
-                                              "--report",
-                                              PhoneFile(options_.out, phone, ".json"),
-                                              "--html",
-                                              PhoneFile(options_.out, phone, ".html")};
+        std::vector<std::string> arguments = {"--snapshot", options_.folder + "/" + phone,
+                                              "--report",   PhoneFile(options_.out, phone, ".json"),
+                                              "--html",     PhoneFile(options_.out, phone, ".html")};
         arguments.insert(arguments.end(), options_.runnerOptions.begin(), options_.runnerOptions.end());
         UniqueFd stdoutFd(memfd_create("runner-stdout", MFD_CLOEXEC));
         UniqueFd stderrFd(memfd_create("runner-stderr", MFD_CLOEXEC));
@@ -152,32 +143,51 @@ public:
             Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(errno), start);
             return;
         }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, stdoutFd.Get(), STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, stderrFd.Get(), STDERR_FILENO);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-        posix_spawnattr_setpgroup(&attributes, 0);
-        posix_spawnattr_setsigmask(&attributes, &runnerSignalMask_);
-        std::vector<char *> argv = Pointers(arguments);
-        std::vector<char *> envp = Pointers(environment_);
-        pid_t pid = -1;
-        int failure =
-            posix_spawn(&pid, options_.runner.c_str(), &actions, &attributes, argv.data(), envp.data());
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&actions);
-        if (failure != 0) {
-            Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(failure), start);
+        // What the batch has buffered must not reach the phone's summary too.
+        std::cout.flush();
+        std::fflush(nullptr);
+        const pid_t pid = fork();
+        if (pid < 0) {
+            Finish(phone, -1, std::string("could not start its runner: ") + std::strerror(errno), start);
             return;
         }
+        if (pid == 0) {
+            RunPhoneHere(arguments, stdoutFd.Get(), stderrFd.Get());
+        }
+        // Both sides set the group, so that it stands before either goes on.
+        setpgid(pid, pid);
         running_[pid] = {phone, start, start + options_.phoneTimeout, std::move(stdoutFd),
                          std::move(stderrFd)};
     }
 
     size_t Running() const { return running_.size(); }
+
+    // The phone's runner, in the child made for it: its own process group, the batch's signal mask
+    // before it blocked what it waits for, the phone's memory files as stdout and stderr.
+    [[noreturn]] void RunPhoneHere(const std::vector<std::string> &arguments, int stdoutFd, int stderrFd) {
+        setpgid(0, 0);
+        sigprocmask(SIG_SETMASK, &runnerSignalMask_, nullptr);
+        const int input = open("/dev/null", O_RDONLY);
+        if (input < 0 || dup2(input, STDIN_FILENO) < 0 || dup2(stdoutFd, STDOUT_FILENO) < 0 ||
+            dup2(stderrFd, STDERR_FILENO) < 0) {
+            _exit(EXIT_BAD_USAGE);
+        }
+        if (input != STDIN_FILENO) {
+            close(input);
+        }
+        CloseBatchDescriptors();
+        int status = EXIT_BAD_USAGE;
+        try {
+            status = options_.runPhone(arguments);
+        } catch (const std::exception &e) {
+            std::cerr << RUNNER_PREFIX << Printable(std::string("unexpected failure: ") + e.what() + ".")
+                      << std::endl;
+        }
+        std::cout.flush();
+        std::cerr.flush();
+        std::fflush(nullptr);
+        _exit(status);
+    }
 
     // Waits until a phone's runner ends (it gets its row), a phone runs out of time (it is ended
     // and gets its row) or a signal comes to end the batch (every phone is ended first, then the
@@ -314,7 +324,6 @@ private:
     const BatchOptions &options_;
     sigset_t waited_;
     sigset_t runnerSignalMask_;
-    std::vector<std::string> environment_;
     BatchProgress progress_;
     std::map<pid_t, RunningPhone> running_;
     std::vector<nlohmann::json> rows_;

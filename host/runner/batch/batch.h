@@ -2,16 +2,13 @@
 #define HOST_RUNNER_BATCH_H
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "batch_shard.h"
 
 namespace Zarvo::Host {
-
-// The runner's start (nanoseconds since the epoch), handed from a runner to the one it starts in
-// its sandbox so that set-up time counts. A phone's runner in a batch measures from its own start.
-constexpr char START_TIME_VARIABLE[] = "ZARVO_RUNNER_START_NS";
 
 struct BatchOptions {
     std::string folder;  // every entry (a snapshot folder or file) is one phone
@@ -21,7 +18,9 @@ struct BatchOptions {
     std::chrono::seconds phoneTimeout{300};
     Shard shard;
     bool sharded = false;
-    std::string runner;                      // the runner binary each phone runs in
+    // Runs one phone's runner with these options in the calling process (a child of the batch made
+    // for the phone) and returns its exit status.
+    std::function<int(const std::vector<std::string> &)> runPhone;
     std::vector<std::string> runnerOptions;  // given to every phone's runner
 };
 

@@ -26,7 +26,9 @@ private:
     std::unique_ptr<Context> context_;
 };
 
-// The SHA-256 of a file's content, read through; empty when it cannot be read.
+// The SHA-256 of a file's content, read through; empty when it cannot be read. A file digested
+// before in this process, or in the one it was forked from, is not read again while its device,
+// inode, size and modification and change times stay the same.
 std::string FileSha256(const std::string &path);
 
 }  // namespace Zarvo::Host

@@ -1,20 +1,50 @@
 #include "sandbox.h"
 
-#include <sys/wait.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
-#include "own_path.h"
+#include "support/fd_io.h"
+#include "support/unique_fd.h"
 
 namespace Zarvo::Host {
 namespace {
 
 constexpr char SANDBOX_MARK[] = "ZARVO_SANDBOX";
-constexpr int EXEC_FAILED = 127;
+constexpr const char *PRIVATE_MOUNTS[] = {"/data", "/dev/unix"};
+
+std::string Reason(int error) {
+    return std::strerror(error);
+}
+
+bool WriteProcFile(const char *path, const std::string &text) {
+    UniqueFd fd(open(path, O_WRONLY | O_CLOEXEC));
+    return fd.Valid() && WriteAll(fd.Get(), text.data(), text.size());
+}
+
+// A user namespace in which this process keeps its own user and group ids, and gains the
+// capabilities to mount inside it.
+std::string EnterUserNamespace() {
+    const std::string uid = std::to_string(geteuid());
+    const std::string gid = std::to_string(getegid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        return "could not make a private mount namespace for the restore (" + Reason(errno) +
+               "); run as root or enable unprivileged user namespaces.";
+    }
+    if (!WriteProcFile("/proc/self/setgroups", "deny") ||
+        !WriteProcFile("/proc/self/uid_map", uid + " " + uid + " 1") ||
+        !WriteProcFile("/proc/self/gid_map", gid + " " + gid + " 1")) {
+        return "could not map this user into the restore's user namespace: " + Reason(errno) + ".";
+    }
+    return "";
+}
 
 }  // namespace
 
@@ -23,77 +53,34 @@ bool InSandbox() {
     return mark != nullptr && std::strcmp(mark, "1") == 0;
 }
 
-int RunInSandbox(int argc, char *argv[], std::string &error) {
-    const std::string self = OwnPath();
-    if (self.empty()) {
-        error = "could not find this program's own path to run it in the sandbox.";
-        return -1;
-    }
-    // bwrap writes to the info descriptor once the namespace stands; silence means it failed.
-    int info[2];
-    if (pipe(info) != 0) {
-        error = std::string("could not make a pipe for the sandbox: ") + std::strerror(errno) + ".";
-        return -1;
-    }
-    std::vector<std::string> args = {"bwrap",
-                                     "--dev-bind",
-                                     "/",
-                                     "/",
-                                     "--tmpfs",
-                                     "/data",
-                                     "--tmpfs",
-                                     "/dev/unix",
-                                     "--die-with-parent",
-                                     "--info-fd",
-                                     std::to_string(info[1]),
-                                     "--setenv",
-                                     SANDBOX_MARK,
-                                     "1",
-                                     "--",
-                                     self};
-    for (int i = 1; i < argc; ++i) {
-        args.emplace_back(argv[i]);
-    }
-    pid_t child = fork();
-    if (child < 0) {
-        error = std::string("could not start the sandbox: ") + std::strerror(errno) + ".";
-        return -1;
-    }
-    if (child == 0) {
-        close(info[0]);
-        std::vector<char *> raw;
-        for (auto &arg : args) {
-            raw.push_back(arg.data());
+std::string EnterSandbox() {
+    if (unshare(CLONE_NEWNS) != 0) {
+        if (errno != EPERM) {
+            return "could not make a private mount namespace for the restore: " + Reason(errno) + ".";
         }
-        raw.push_back(nullptr);
-        execvp("bwrap", raw.data());
-        _exit(EXEC_FAILED);
-    }
-    close(info[1]);
-    // Read the whole message: bwrap dies of SIGPIPE if the reader goes away early.
-    size_t received = 0;
-    char buffer[256];
-    for (ssize_t got; (got = read(info[0], buffer, sizeof(buffer))) != 0;) {
-        if (got < 0 && errno != EINTR) {
-            break;
+        const std::string problem = EnterUserNamespace();
+        if (!problem.empty()) {
+            return problem;
         }
-        received += got > 0 ? static_cast<size_t>(got) : 0;
     }
-    close(info[0]);
-
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    // Mounts of the host still arrive here; none made here goes back.
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
+        return "could not keep the restore's mounts from the host: " + Reason(errno) + ".";
     }
-    if (received == 0) {
-        error =
-            WIFEXITED(status) && WEXITSTATUS(status) == EXEC_FAILED
-                ? "bubblewrap (bwrap) is needed to give the restore a private /data; install the bubblewrap "
-                  "package, or run with --no-sandbox where /data and /dev/unix are already prepared."
-                : "bwrap could not create a mount namespace here; run as root or enable unprivileged user "
-                  "namespaces.";
-        return -1;
+    for (const char *point : PRIVATE_MOUNTS) {
+        if (mkdir(point, 0755) != 0 && errno != EEXIST) {
+            return std::string("could not make the mount point ") + point + ": " + Reason(errno) + ".";
+        }
+        if (mount("tmpfs", point, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
+            return std::string("could not mount a private ") + point + ": " + Reason(errno) + ".";
+        }
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    // Nothing the restore starts gains privileges by running a set-user-id program.
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        return "could not keep the restore's processes from gaining privileges: " + Reason(errno) + ".";
+    }
+    setenv(SANDBOX_MARK, "1", 1);
+    return "";
 }
 
 }  // namespace Zarvo::Host

@@ -100,6 +100,12 @@ TEST_F(RunnerBatchTest, IndexTellsEachPhoneAndTheExitStatusTheWorst) {
         for (const char *extension : {".json", ".html", ".txt"}) {
             EXPECT_EQ(ModeOf(out + "/phones/" + name + extension), setUp ? 0600 : -1) << name << extension;
         }
+        // Phones run side by side, each summary holds its own phone's run only.
+        const std::string summary = setUp ? ReadFile(out + "/phones/" + name + ".txt") : "";
+        EXPECT_EQ(summary.find("Snapshot: " + folder_ + "/" + name + " "),
+                  setUp ? summary.find("Snapshot: ") : std::string::npos)
+            << summary;
+        EXPECT_EQ(summary.find("Snapshot: "), summary.rfind("Snapshot: ")) << summary;
     }
     EXPECT_NE(ReadFile(out + "/phones/false.txt").find("RestoreData returned false"), std::string::npos);
     EXPECT_EQ(index["campaign"]["plugins"].size(), 1u) << index["campaign"].dump();
