@@ -222,7 +222,7 @@ int Run(const Options &options, int64_t startNs) {
     const RunRecord record = BuildRunRecord(std::move(capture), options.showSecrets);
     WriteSummary(record, std::cout);
     // Both files carry the same document: built once, and written out as it is serialized.
-    nlohmann::json report;
+    StreamedDocument report;
     if (!options.reportPath.empty() || !options.htmlPath.empty()) {
         report = ReportJson(record);
     }

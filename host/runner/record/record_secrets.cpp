@@ -128,21 +128,37 @@ std::string MaskSecret(const std::string &secret) {
 }
 
 void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secrets) {
-    MaskValue(account, "authtoken", secrets);
+    MaskAuthToken(account, secrets);
     if (account.is_object() && account.contains("extras") && account["extras"].is_array()) {
         for (auto &extra : account["extras"]) {
-            if (extra.is_object() && extra.contains("key") && extra["key"].is_string() &&
-                IsCredentialKey(extra["key"].get<std::string>())) {
-                MaskValue(extra, "value", secrets);
-            }
+            MaskCredentialExtra(extra, secrets);
         }
     }
+    OrderSecrets(secrets);
+    MaskSecretsIn(account, secrets);
+}
+
+void MaskAuthToken(nlohmann::json &account, std::vector<std::string> &secrets) {
+    MaskValue(account, "authtoken", secrets);
+}
+
+void MaskCredentialExtra(nlohmann::json &extra, std::vector<std::string> &secrets) {
+    if (extra.is_object() && extra.contains("key") && extra["key"].is_string() &&
+        IsCredentialKey(extra["key"].get<std::string>())) {
+        MaskValue(extra, "value", secrets);
+    }
+}
+
+void OrderSecrets(std::vector<std::string> &secrets) {
     std::stable_sort(secrets.begin(), secrets.end(),
                      [](const std::string &a, const std::string &b) { return a.size() > b.size(); });
+}
+
+void MaskSecretsIn(nlohmann::json &document, const std::vector<std::string> &secrets) {
     // The same secret in another member: a name that is the token, a URL that carries it. Here
     // even a short one is masked where it is a whole value.
-    MaskWholeValues(account, secrets);
-    MaskOccurrences(account, secrets);
+    MaskWholeValues(document, secrets);
+    MaskOccurrences(document, secrets);
 }
 
 void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets) {
@@ -158,6 +174,20 @@ void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets)
             }
         }
     }
+}
+
+bool HasOccurrences(const std::string &text, const std::vector<std::string> &secrets) {
+    for (const std::string &secret : secrets) {
+        if (secret.size() < SHORTEST_REPLACED) {
+            continue;
+        }
+        for (const std::string &form : CarriedForms(secret)) {
+            if (text.find(form) != std::string::npos) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 void MaskOccurrences(nlohmann::json &document, const std::vector<std::string> &secrets) {

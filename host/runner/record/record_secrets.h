@@ -19,10 +19,21 @@ std::string MaskSecret(const std::string &secret);
 // added to `secrets`, which ends sorted longest first. The rest of the object stays as it is.
 void MaskAccountExport(nlohmann::json &account, std::vector<std::string> &secrets);
 
+// MaskAccountExport in steps, for an export read one extra at a time: the auth token of the
+// object, then each extra (credential-named: its value), each adding the clear value to `secrets`;
+// then the secrets ordered longest first; then every document (the object, each extra) masked with
+// them all.
+void MaskAuthToken(nlohmann::json &account, std::vector<std::string> &secrets);
+void MaskCredentialExtra(nlohmann::json &extra, std::vector<std::string> &secrets);
+void OrderSecrets(std::vector<std::string> &secrets);
+void MaskSecretsIn(nlohmann::json &document, const std::vector<std::string> &secrets);
+
 // Replaces every occurrence of each secret of at least 8 bytes in `text` (as it is, JSON-escaped
 // or percent-encoded) by the secret's masked form.
 // The secrets come longest first, so that one that holds a shorter one is masked whole.
 void MaskOccurrences(std::string &text, const std::vector<std::string> &secrets);
+// Whether MaskOccurrences would change `text`.
+bool HasOccurrences(const std::string &text, const std::vector<std::string> &secrets);
 // The same in every string of a JSON document, keys included.
 void MaskOccurrences(nlohmann::json &document, const std::vector<std::string> &secrets);
 

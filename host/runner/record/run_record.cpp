@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
+#include "account_export.h"
 #include "account_restore_vocabulary.h"
 #include "binary_xml/value_text.h"
 #include "code_names.h"
@@ -35,15 +35,76 @@ std::vector<FaultEvent> FaultEventsOf(const std::vector<EventRecord> &captured) 
     return events;
 }
 
-// Reads the handed export file and masks its secrets, in the file's content too.
+// The export's text with its secrets masked value by value, as a dump of the masked object would
+// be, written one extra at a time. `account` is the object without its extras, with its auth token
+// masked; `secrets` are all of them, ordered.
+std::string MaskedExportText(const std::string &text, nlohmann::json &account, int member,
+                             const std::vector<std::string> &secrets) {
+    MaskSecretsIn(account, secrets);
+    std::string masked;
+    masked.reserve(text.size());
+    nlohmann::detail::serializer<nlohmann::json> serializer(nlohmann::detail::output_adapter<char>(masked),
+                                                            ' ', nlohmann::json::error_handler_t::replace);
+    masked += '{';
+    bool firstMember = true;
+    for (auto &[name, value] : account.items()) {
+        masked += firstMember ? "" : ",";
+        firstMember = false;
+        serializer.dump(nlohmann::json(name), false, false, 0);
+        masked += ':';
+        if (name != "extras" || member == 0) {
+            serializer.dump(value, false, false, 0);
+            continue;
+        }
+        masked += '[';
+        bool firstExtra = true;
+        nlohmann::json rest;
+        int members = 0;
+        std::vector<std::string> again;
+        ReadAccountExport(text, rest, members, [&](nlohmann::json &extra, int from) {
+            if (from != member) {
+                return;
+            }
+            MaskCredentialExtra(extra, again);
+            MaskSecretsIn(extra, secrets);
+            masked += firstExtra ? "" : ",";
+            firstExtra = false;
+            serializer.dump(extra, false, false, 0);
+        });
+        masked += ']';
+    }
+    masked += '}';
+    return masked;
+}
+
+// Reads the handed export file and masks its secrets, in the file's content too. The extras are
+// read one at a time and not kept: the record holds the export's text alone.
 std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, bool showSecrets,
                                              std::vector<std::string> &secrets) {
-    for (auto &file : files) {
+    for (size_t index = 0; index < files.size(); ++index) {
+        HandedFile &file = files[index];
         if (fs::path(file.path).filename() != EXPORT_FILE_NAME) {
             continue;
         }
-        nlohmann::json account = nlohmann::json::parse(file.content, nullptr, false);
-        if (!account.is_object()) {
+        nlohmann::json account;
+        int members = 0;
+        int countedMember = 0;
+        size_t count = 0;
+        std::vector<std::string> extraSecrets;
+        const bool read =
+            ReadAccountExport(file.content, account, members, [&](nlohmann::json &extra, int member) {
+                // A later "extras" member replaces an earlier one.
+                if (member != countedMember) {
+                    countedMember = member;
+                    count = 0;
+                    extraSecrets.clear();
+                }
+                ++count;
+                if (!showSecrets) {
+                    MaskCredentialExtra(extra, extraSecrets);
+                }
+            });
+        if (!read || !account.is_object()) {
             if (!showSecrets) {
                 file.content = "(" + std::to_string(file.content.size()) +
                                " bytes that are not JSON, withheld: they may hold the auth token)";
@@ -52,17 +113,26 @@ std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, boo
             unreadable.file = {file.path, file.uid, file.gid, file.mode, ""};
             return unreadable;
         }
-        if (!showSecrets) {
-            MaskAccountExport(account, secrets);
-            file.content = account.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-        }
-        auto text = [&account](const char *member) {
-            return account.contains(member) && account[member].is_string()
-                       ? account[member].get<std::string>()
-                       : std::string();
-        };
+        const int member = ExtrasMember(account, members);
         HandedAccount handed;
         handed.isJson = true;
+        handed.extraCount = member != 0 && member == countedMember ? count : 0;
+        handed.extrasMember = member;
+        handed.fileIndex = index;
+        if (!showSecrets) {
+            MaskAuthToken(account, secrets);
+            if (member != 0 && member == countedMember) {
+                secrets.insert(secrets.end(), extraSecrets.begin(), extraSecrets.end());
+            }
+            OrderSecrets(secrets);
+            file.content = MaskedExportText(file.content, account, member, secrets);
+            // The masked text names "extras" once.
+            handed.extrasMember = member == 0 ? 0 : 1;
+        }
+        auto text = [&account](const char *name) {
+            return account.contains(name) && account[name].is_string() ? account[name].get<std::string>()
+                                                                       : std::string();
+        };
         handed.name = text("name");
         handed.type = text("type");
         handed.locale = text("locale");
@@ -70,9 +140,6 @@ std::optional<HandedAccount> HandedAccountOf(std::vector<HandedFile> &files, boo
         handed.file = {file.path, file.uid, file.gid, file.mode, ""};
         if (account.contains("id") && account["id"].is_number_integer()) {
             handed.id = account["id"].get<int64_t>();
-        }
-        if (account.contains("extras") && account["extras"].is_array()) {
-            handed.extras = std::move(account["extras"]);
         }
         return handed;
     }
@@ -242,6 +309,11 @@ RunRecord BuildRunRecord(RunCapture capture, bool showSecrets) {
     record.secretsShown = showSecrets;
     std::vector<std::string> secrets;
     record.account = HandedAccountOf(capture.handedFiles, showSecrets, secrets);
+    if (record.account && record.account->isJson &&
+        HasOccurrences(capture.handedFiles[record.account->fileIndex].content, secrets)) {
+        // Masking the whole text would change more than values: the extras are read from it as it is now.
+        record.account->extrasText = capture.handedFiles[record.account->fileIndex].content;
+    }
     MaskCapture(capture, secrets);
     record.events = FaultEventsOf(capture.events);
     for (auto &event : record.events) {
@@ -286,10 +358,16 @@ std::vector<HandedFile> CollectFiles(const std::string &root) {
         if (lstat(it->path().c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
             continue;
         }
+        // Read straight into its string, sized once: a stream's buffer would hold it twice.
         std::ifstream in(it->path(), std::ios::binary);
-        std::ostringstream content;
-        content << in.rdbuf();
-        files.push_back({it->path().string(), info.st_uid, info.st_gid, info.st_mode & 07777, content.str()});
+        std::string content(static_cast<size_t>(info.st_size), '\0');
+        in.read(content.data(), static_cast<std::streamsize>(content.size()));
+        content.resize(static_cast<size_t>(in.gcount()));
+        for (char buffer[4096]; in.read(buffer, sizeof(buffer)) || in.gcount() > 0;) {
+            content.append(buffer, static_cast<size_t>(in.gcount()));
+        }
+        files.push_back(
+            {it->path().string(), info.st_uid, info.st_gid, info.st_mode & 07777, std::move(content)});
     }
     return files;
 }

@@ -61,8 +61,21 @@ struct HandedAccount {
     std::string locale;
     int64_t id = 0;
     std::string authToken;  // masked unless secrets are shown
-    nlohmann::json extras = nlohmann::json::array();
+    // The extras are not held: they are read again, one at a time, from the export's text as the
+    // record keeps it (the capture's handed file `fileIndex`), whose "extras" member `extrasMember`
+    // (see ExtrasMember) holds them.
+    size_t extraCount = 0;
+    int extrasMember = 0;
+    size_t fileIndex = 0;
+    // Only when masking secrets in the file's text as a whole changed more than its values (a secret
+    // that spans two of them): the text the extras are read from, as masked value by value.
+    std::string extrasText;
     HandedFile file;  // where it lies and its owner; its content is the capture's handed file
+
+    // The text the extras are read from.
+    const std::string &ExportText(const std::vector<HandedFile> &handedFiles) const {
+        return extrasText.empty() ? handedFiles[fileIndex].content : extrasText;
+    }
 };
 
 // One source user: what became of it, why, and what the phone's file says about it.

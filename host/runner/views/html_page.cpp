@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string_view>
@@ -111,14 +112,33 @@ private:
     std::size_t heldCount_ = 0;
 };
 
+// The data's JSON, compact, through the escaping output.
+void WriteDataForScriptElement(const std::function<void(JsonWriter &)> &writeData, std::ostream &out) {
+    auto output = std::make_shared<ScriptElementOutput>(out);
+    JsonWriter writer(output, false, 0);
+    writeData(writer);
+    output->Flush();
+}
+
+void WritePage(const std::string &title, const std::string &style, const std::string &script,
+               const std::function<void(JsonWriter &)> &writeData, std::ostream &out) {
+    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+           "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
+           "style-src "
+        << HashSource(style) << "; script-src " << HashSource(script)
+        << "; base-uri 'none'; form-action 'none'\">\n<meta name=\"viewport\" content=\"width=device-width, "
+           "initial-scale=1\">\n<title>"
+        << EscapeHtmlText(title) << "</title>\n<style>" << style
+        << "</style>\n</head>\n<body>\n<noscript>This page draws itself with a script; allow scripts to "
+           "see it.</noscript>\n<script type=\"application/json\" id=\"data\">";
+    WriteDataForScriptElement(writeData, out);
+    out << "</script>\n<script>" << script << "</script>\n</body>\n</html>\n";
+}
+
 }  // namespace
 
 void WriteJsonForScriptElement(const nlohmann::json &data, std::ostream &out) {
-    auto output = std::make_shared<ScriptElementOutput>(out);
-    nlohmann::detail::serializer<nlohmann::json> serializer(output, ' ',
-                                                            nlohmann::json::error_handler_t::replace);
-    serializer.dump(data, false, false, 0);
-    output->Flush();
+    WriteDataForScriptElement([&data](JsonWriter &writer) { writer.Value(data); }, out);
 }
 
 std::string JsonForScriptElement(const nlohmann::json &data) {
@@ -129,17 +149,14 @@ std::string JsonForScriptElement(const nlohmann::json &data) {
 
 void WriteSelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
                             const nlohmann::json &data, std::ostream &out) {
-    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-           "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
-           "style-src "
-        << HashSource(style) << "; script-src " << HashSource(script)
-        << "; base-uri 'none'; form-action 'none'\">\n<meta name=\"viewport\" content=\"width=device-width, "
-           "initial-scale=1\">\n<title>"
-        << EscapeHtmlText(title) << "</title>\n<style>" << style
-        << "</style>\n</head>\n<body>\n<noscript>This page draws itself with a script; allow scripts to "
-           "see it.</noscript>\n<script type=\"application/json\" id=\"data\">";
-    WriteJsonForScriptElement(data, out);
-    out << "</script>\n<script>" << script << "</script>\n</body>\n</html>\n";
+    WritePage(
+        title, style, script, [&data](JsonWriter &writer) { writer.Value(data); }, out);
+}
+
+void WriteSelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
+                            const StreamedDocument &data, std::ostream &out) {
+    WritePage(
+        title, style, script, [&data](JsonWriter &writer) { writer.Document(data); }, out);
 }
 
 std::string SelfContainedPage(const std::string &title, const std::string &style, const std::string &script,

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string>
 
+#include "json_writer.h"
+
 namespace Zarvo::Host {
 
 // A page that needs nothing but itself. `data` rides along as JSON in a script element that the
@@ -18,6 +20,9 @@ std::string SelfContainedPage(const std::string &title, const std::string &style
 // held as text.
 void WriteSelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
                             const nlohmann::json &data, std::ostream &out);
+// ... with a data document some of whose values are streamed.
+void WriteSelfContainedPage(const std::string &title, const std::string &style, const std::string &script,
+                            const StreamedDocument &data, std::ostream &out);
 
 // JSON that can stand inside a script element: "<", ">" and "&" (and U+2028, U+2029) as \u
 // escapes, so that no text of the data can end the element or open a comment.

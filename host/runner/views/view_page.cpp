@@ -15,12 +15,7 @@ std::string RunPageTitle(const RunRecord &record) {
 
 }  // namespace
 
-std::string RunPage(const RunRecord &record) {
-    return SelfContainedPage(RunPageTitle(record), PAGE_STYLE,
-                             std::string(PAGE_COMMON_SCRIPT) + RUN_PAGE_SCRIPT, ReportJson(record));
-}
-
-void WriteRunPage(const RunRecord &record, const nlohmann::json &report, std::ostream &out) {
+void WriteRunPage(const RunRecord &record, const StreamedDocument &report, std::ostream &out) {
     WriteSelfContainedPage(RunPageTitle(record), PAGE_STYLE,
                            std::string(PAGE_COMMON_SCRIPT) + RUN_PAGE_SCRIPT, report, out);
 }

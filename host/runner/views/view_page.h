@@ -5,17 +5,15 @@
 #include <ostream>
 #include <string>
 
+#include "json_writer.h"
 #include "run_record.h"
 
 namespace Zarvo::Host {
 
-// The record as one self-contained HTML page (--html): it carries the JSON report itself and
-// draws it in the browser, so that page and report never disagree.
-std::string RunPage(const RunRecord &record);
-
-// The same page written straight to `out`, carrying `report` (ReportJson(record), built once for
-// both files).
-void WriteRunPage(const RunRecord &record, const nlohmann::json &report, std::ostream &out);
+// The record as one self-contained HTML page (--html), written straight to `out`: it carries the
+// JSON report itself (`report`, ReportJson(record), built once for both files) and draws it in the
+// browser, so that page and report never disagree.
+void WriteRunPage(const RunRecord &record, const StreamedDocument &report, std::ostream &out);
 
 // A batch's index (index.json's document) as a self-contained page.
 std::string IndexPage(const nlohmann::json &index);

@@ -1,5 +1,6 @@
 #include "view_report_json.h"
 
+#include "account_export.h"
 #include "hilog/log.h"
 #include "plugin_lines.h"
 
@@ -31,16 +32,10 @@ nlohmann::json AccountJson(const RunRecord &record) {
         return nullptr;
     }
     const HandedAccount &account = *record.account;
-    return {{"isJson", account.isJson},
-            {"name", account.name},
-            {"type", account.type},
-            {"locale", account.locale},
-            {"id", account.id},
-            {"authToken", account.authToken},
-            {"extras", account.extras},
-            {"path", account.file.path},
-            {"uid", account.file.uid},
-            {"gid", account.file.gid},
+    return {{"isJson", account.isJson},           {"name", account.name},    {"type", account.type},
+            {"locale", account.locale},           {"id", account.id},        {"authToken", account.authToken},
+            {"extras", nlohmann::json::array()},  // streamed
+            {"path", account.file.path},          {"uid", account.file.uid}, {"gid", account.file.gid},
             {"mode", ModeText(account.file.mode)}};
 }
 
@@ -244,7 +239,7 @@ nlohmann::json ContextJson(const RunRecord &record) {
 
 }  // namespace
 
-nlohmann::json ReportJson(const RunRecord &record) {
+nlohmann::json ReportDocument(const RunRecord &record) {
     const RunCapture &capture = record.capture;
     nlohmann::json logs = nlohmann::json::array();
     for (const auto &line : capture.logs) {
@@ -270,7 +265,7 @@ nlohmann::json ReportJson(const RunRecord &record) {
                          {"uid", file.uid},
                          {"gid", file.gid},
                          {"mode", ModeText(file.mode)},
-                         {"content", file.content}});
+                         {"content", ""}});  // streamed
     }
     nlohmann::json laid = nlohmann::json::array();
     for (const auto &file : capture.laid.laid) {
@@ -315,14 +310,42 @@ nlohmann::json ReportJson(const RunRecord &record) {
               {"total", capture.totalMs}}}};
 }
 
-std::string ReportText(const nlohmann::json &report) {
-    return report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+StreamedDocument ReportJson(const RunRecord &record) {
+    StreamedDocument report{ReportDocument(record), {}};
+    const std::vector<HandedFile> &files = record.capture.handedFiles;
+    if (record.account) {
+        const HandedAccount &account = *record.account;
+        report.streamed.push_back({"/account/extras"_json_pointer, [&account, &files](JsonWriter &writer) {
+                                       writer.BeginArray();
+                                       if (account.extrasMember != 0) {
+                                           nlohmann::json rest;
+                                           int members = 0;
+                                           ReadAccountExport(account.ExportText(files), rest, members,
+                                                             [&](nlohmann::json &extra, int member) {
+                                                                 if (member == account.extrasMember) {
+                                                                     writer.Element(extra);
+                                                                 }
+                                                             });
+                                       }
+                                       writer.EndArray();
+                                   }});
+    }
+    for (size_t i = 0; i < files.size(); ++i) {
+        const std::string &content = files[i].content;
+        report.streamed.push_back({"/handedFiles"_json_pointer / i / "content",
+                                   [&content](JsonWriter &writer) { writer.String(content); }});
+    }
+    return report;
 }
 
-void WriteReportText(const nlohmann::json &report, std::ostream &out) {
-    nlohmann::detail::serializer<nlohmann::json> serializer(nlohmann::detail::output_adapter<char>(out), ' ',
-                                                            nlohmann::json::error_handler_t::replace);
-    serializer.dump(report, true, false, 2);
+std::string ReportText(const StreamedDocument &report) {
+    std::string text;
+    JsonWriter(nlohmann::detail::output_adapter<char>(text), true, 2).Document(report);
+    return text + "\n";
+}
+
+void WriteReportText(const StreamedDocument &report, std::ostream &out) {
+    JsonWriter(nlohmann::detail::output_adapter<char>(out), true, 2).Document(report);
     out << '\n';
 }
 

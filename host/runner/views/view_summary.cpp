@@ -25,8 +25,8 @@ void WriteAccount(const RunRecord &record, std::ostream &out) {
         out << "an export file that is not JSON";
     } else {
         out << "account \"" << Printable(account.name) << "\" of type " << Printable(account.type) << " (id "
-            << account.id << ", " << account.extras.size() << " extras, locale \""
-            << Printable(account.locale) << "\", auth token " << Printable(account.authToken) << ")";
+            << account.id << ", " << account.extraCount << " extras, locale \"" << Printable(account.locale)
+            << "\", auth token " << Printable(account.authToken) << ")";
     }
     out << " handed to " << Printable(account.file.path) << ", owner " << account.file.uid << ", group "
         << account.file.gid << ", mode " << ModeText(account.file.mode) << "\n";
