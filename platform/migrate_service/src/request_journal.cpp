@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "support/fd_io.h"
 
@@ -71,24 +72,19 @@ bool IsPlainText(const std::string &text) {
     return true;
 }
 
+// A member: `prefix` is everything before its value (the separating comma, the quoted name,
+// the colon, and the opening quote of a text).
 template <typename Number>
-void AppendNumber(std::string &out, Number value) {
+void AppendNumber(std::string &out, std::string_view prefix, Number value) {
     char digits[24];
     auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+    out.append(prefix);
     out.append(digits, end);
 }
 
-// `"key":` preceded by the comma that separates it from the previous member.
-void AppendKey(std::string &out, const char *key) {
-    out += ",\"";
-    out += key;
-    out += "\":";
-}
-
-void AppendText(std::string &out, const char *key, const std::string &text) {
-    AppendKey(out, key);
-    out += '"';
-    out += text;
+void AppendText(std::string &out, std::string_view prefix, std::string_view text) {
+    out.append(prefix);
+    out.append(text);
     out += '"';
 }
 }  // namespace
@@ -105,39 +101,31 @@ void AppendJournalLine(std::string &out, const JournalEntry &entry) {
         }
     }
     // Written directly, with the members in the order the JSON object keeps them (by name).
-    out += "{\"connection\":";
-    AppendNumber(out, entry.connection);
-    AppendText(out, "dst", request.dst);
-    AppendKey(out, "durationUs");
-    AppendNumber(out, entry.durationUs);
-    AppendKey(out, "errCode");
-    AppendNumber(out, entry.errCode);
-    AppendText(out, "gid", request.gid);
+    AppendNumber(out, "{\"connection\":", entry.connection);
+    AppendText(out, ",\"dst\":\"", request.dst);
+    AppendNumber(out, ",\"durationUs\":", entry.durationUs);
+    AppendNumber(out, ",\"errCode\":", entry.errCode);
+    AppendText(out, ",\"gid\":\"", request.gid);
     if (!entry.note.empty()) {
-        AppendText(out, "note", entry.note);
+        AppendText(out, ",\"note\":\"", entry.note);
     }
-    AppendText(out, "operation", operation);
-    AppendText(out, "outcome", outcome);
-    AppendText(out, "perm", request.perm);
-    AppendKey(out, "pkgNum");
-    AppendNumber(out, entry.pkgNum);
-    AppendKey(out, "recurseOpt");
-    AppendNumber(out, request.recurseOpt);
-    AppendKey(out, "result");
-    AppendNumber(out, entry.result);
-    AppendKey(out, "seq");
-    AppendNumber(out, entry.seq);
-    AppendText(out, "src", request.src);
-    AppendKey(out, "timeMs");
-    AppendNumber(out, entry.timeMs);
-    AppendKey(out, "type");
-    AppendNumber(out, request.type);
-    AppendText(out, "uid", request.uid);
+    AppendText(out, ",\"operation\":\"", operation);
+    AppendText(out, ",\"outcome\":\"", outcome);
+    AppendText(out, ",\"perm\":\"", request.perm);
+    AppendNumber(out, ",\"pkgNum\":", entry.pkgNum);
+    AppendNumber(out, ",\"recurseOpt\":", request.recurseOpt);
+    AppendNumber(out, ",\"result\":", entry.result);
+    AppendNumber(out, ",\"seq\":", entry.seq);
+    AppendText(out, ",\"src\":\"", request.src);
+    AppendNumber(out, ",\"timeMs\":", entry.timeMs);
+    AppendNumber(out, ",\"type\":", request.type);
+    AppendText(out, ",\"uid\":\"", request.uid);
     out += '}';
 }
 
 std::string JournalEntryToJson(const JournalEntry &entry) {
     std::string line;
+    line.reserve(LINE_SIZE_GUESS);
     AppendJournalLine(line, entry);
     return line;
 }
