@@ -211,22 +211,21 @@ void RequestJournal::Record(JournalEntry entry) {
 
 void RequestJournal::Flush() {
     std::lock_guard<std::mutex> writing(writeMutex_);
-    std::vector<JournalEntry> batch;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        batch.swap(unwritten_);
+        batch_.swap(unwritten_);
     }
-    if (fd_ < 0 || batch.empty()) {
-        return;
+    if (fd_ >= 0 && !batch_.empty()) {
+        batchText_.clear();
+        batchText_.reserve(batch_.size() * LINE_SIZE_GUESS);
+        for (const JournalEntry &entry : batch_) {
+            AppendJournalLine(batchText_, entry);
+            batchText_ += '\n';
+        }
+        // A full disk loses these lines, not the service: the entries stay in memory.
+        (void)WriteAll(fd_, batchText_.data(), batchText_.size());
     }
-    std::string text;
-    text.reserve(batch.size() * LINE_SIZE_GUESS);
-    for (const JournalEntry &entry : batch) {
-        AppendJournalLine(text, entry);
-        text += '\n';
-    }
-    // A full disk loses these lines, not the service: the entries stay in memory.
-    (void)WriteAll(fd_, text.data(), text.size());
+    batch_.clear();
 }
 
 std::vector<JournalEntry> RequestJournal::Entries() const {

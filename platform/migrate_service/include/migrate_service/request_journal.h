@@ -84,7 +84,11 @@ private:
     int fd_ = -1;                          // under writeMutex_
     bool hasFile_ = false;                 // under mutex_
     std::vector<JournalEntry> unwritten_;  // under mutex_
-    bool stopWriter_ = false;              // under mutex_
+    // The batch being written and its text, under writeMutex_; kept, emptied, between batches so
+    // that their memory is not asked for again each time.
+    std::vector<JournalEntry> batch_;
+    std::string batchText_;
+    bool stopWriter_ = false;  // under mutex_
     std::condition_variable wake_;
     std::thread writer_;
 };
