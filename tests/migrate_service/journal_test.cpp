@@ -1,19 +1,26 @@
-// The journal file: owner-only, never opened through a link, and complete once the journal is
-// flushed or destroyed although its lines are written in batches.
+// The journal file: owner-only, never opened through a link, complete once the journal is flushed
+// or destroyed although its lines are written in batches, and each line the text of the entry's
+// JSON object however its fields would be escaped.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "migrate_service/request_journal.h"
 #include "test_files.h"
 
 using namespace Zarvo::Testing;
 using Zarvo::Host::JournalEntry;
+using Zarvo::Host::JournalEntryJson;
+using Zarvo::Host::JournalEntryToJson;
+using Zarvo::Host::JournalOutcome;
+using Zarvo::Host::MigrateRequest;
 using Zarvo::Host::RequestJournal;
 
 namespace {
@@ -61,6 +68,47 @@ TEST(RequestJournalTest, FileIsOwnerOnlyNeverALinkAndHoldsEveryEntryOnceFlushed)
     EXPECT_FALSE(journal.OpenFile(link, error));
     EXPECT_NE(error.find(link), std::string::npos) << error;
     EXPECT_EQ(ReadFile(target), "keep\n");
+}
+
+TEST(RequestJournalTest, LinesAreTheTextOfTheEntrysJsonObjectWhateverItsFieldsHold) {
+    JournalEntry plain;
+    plain.seq = UINT64_MAX;
+    plain.timeMs = 1763900000123;
+    plain.connection = 7;
+    plain.outcome = JournalOutcome::REFUSED;
+    plain.request.type = 15;
+    plain.request.src = "/data/app/el2/100/base/com.example/files/a b~{}[]:,";
+    plain.request.dst = "/data/app/el2/100/x";
+    plain.request.uid = "1000";
+    plain.request.gid = "system";
+    plain.request.perm = "0755";
+    plain.request.recurseOpt = -2;
+    plain.result = -1;
+    plain.errCode = 13;
+    plain.pkgNum = 3;
+    plain.durationUs = -5;
+    std::vector<JournalEntry> entries = {JournalEntry{}, plain};
+    entries.back().note = "path is outside the allowed roots";
+    for (const std::string &odd :
+         {std::string("quote\"d"), std::string("back\\slash"), std::string("tab\tnl\n"),
+          std::string("\x01\x1f\x7f"), std::string("caf\xc3\xa9"), std::string("bad \xc3 utf-8 \xff\xfe")}) {
+        entries.push_back(plain);
+        entries.back().note = odd;
+        for (std::string MigrateRequest::*text :
+             {&MigrateRequest::src, &MigrateRequest::dst, &MigrateRequest::uid, &MigrateRequest::gid,
+              &MigrateRequest::perm}) {
+            JournalEntry entry = plain;
+            entry.request.*text = odd;
+            entries.push_back(entry);
+        }
+    }
+    entries.push_back(plain);
+    entries.back().request.type = 99;
+    entries.back().outcome = JournalOutcome::CLOSED;
+    for (const JournalEntry &entry : entries) {
+        EXPECT_EQ(JournalEntryToJson(entry),
+                  JournalEntryJson(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -113,9 +114,11 @@ size_t ReadRequest(int fd, unsigned char *buf, std::chrono::milliseconds request
     return got;
 }
 
-// Sends all of `data` by `deadline`: one deadline for the whole reply, so that a client that
-// takes a few bytes now and then cannot keep its connection busy for as long as it likes.
-bool WriteFull(int fd, const std::string &data, std::chrono::steady_clock::time_point deadline) {
+// Sends all of `data` within `timeout`: one deadline for the whole reply, so that a client that
+// takes a few bytes now and then cannot keep its connection busy for as long as it likes. The
+// clock is read only once the socket is full: a reply that fits is sent at once.
+bool WriteFull(int fd, const std::string &data, std::chrono::seconds timeout) {
+    std::optional<std::chrono::steady_clock::time_point> deadline;
     size_t sent = 0;
     while (sent < data.size()) {
         ssize_t n = send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -129,7 +132,11 @@ bool WriteFull(int fd, const std::string &data, std::chrono::steady_clock::time_
         if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
             return false;
         }
-        auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (!deadline) {
+            deadline = std::chrono::steady_clock::now() + timeout;
+        }
+        auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
         pollfd wait = {fd, POLLOUT, 0};
         if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) == 0) {
             return false;
@@ -405,9 +412,7 @@ bool MigrateService::Impl::ServeOneRequest(int fd, uint64_t id) {
     entry.durationUs = MicrosecondsSince(start);
     // Journalled before the reply leaves, so a client that has its answer finds the entry.
     journal.Record(std::move(entry));
-    bool sent =
-        WriteFull(fd, EncodeReply(reply),
-                  std::chrono::steady_clock::now() + std::chrono::seconds(options.requestTimeoutSeconds));
+    bool sent = WriteFull(fd, EncodeReply(reply), std::chrono::seconds(options.requestTimeoutSeconds));
     FinishServing(id);
     return sent;
 }

@@ -47,17 +47,9 @@ int OpenBeneath(int dirFd, const char *relative, int flags) {
 #endif
 }
 
-// The components from `first` on, relative to the directory they lie in ("." for none).
-std::string RelativePath(const std::vector<std::string> &components, size_t first, size_t end) {
-    if (first >= end) {
-        return ".";
-    }
-    std::string relative = components[first];
-    for (size_t i = first + 1; i < end; ++i) {
-        relative += '/';
-        relative += components[i];
-    }
-    return relative;
+// Where the text below the root starts in a normalised path that lies below it.
+size_t BelowRootOffset(const std::string &root) {
+    return root == "/" ? 1 : root.size() + 1;
 }
 
 PathLookup ChooseLookup() {
@@ -152,32 +144,48 @@ int PathGuard::ResolveMakingParents(const std::string &path, mode_t parentMode, 
     return ResolveImpl(path, true, parentMode, out, reason);
 }
 
-int PathGuard::CheckText(const std::string &path, std::vector<std::string> &components, size_t &rootIndex,
+int PathGuard::CheckText(const std::string &path, std::string &normalised, size_t &rootIndex,
                          std::string &reason) const {
     if (path.empty() || path[0] != '/') {
         reason = "path is not absolute";
         return EINVAL;
     }
-    if (!Normalise(path, components)) {
-        reason = "path has a \"..\" component";
-        return EACCES;
+    // Normalise without splitting into separate strings: every request passes here.
+    normalised.clear();
+    normalised.reserve(path.size());
+    size_t pos = 0;
+    while (pos < path.size()) {
+        size_t next = path.find('/', pos);
+        if (next == std::string::npos) {
+            next = path.size();
+        }
+        const size_t length = next - pos;
+        if (length == 2 && path[pos] == '.' && path[pos + 1] == '.') {
+            reason = "path has a \"..\" component";
+            return EACCES;
+        }
+        if (length != 0 && !(length == 1 && path[pos] == '.')) {
+            normalised += '/';
+            normalised.append(path, pos, length);
+        }
+        pos = next + 1;
     }
-    const std::vector<std::string> *root = nullptr;
-    for (size_t i = 0; i < rootComponents_.size(); ++i) {
-        const std::vector<std::string> &candidate = rootComponents_[i];
-        if (candidate.size() > components.size() || (root != nullptr && candidate.size() <= root->size())) {
-            continue;
-        }
-        bool prefix = true;
-        for (size_t c = 0; c < candidate.size() && prefix; ++c) {
-            prefix = candidate[c] == components[c];
-        }
-        if (prefix) {
-            root = &candidate;
+    if (normalised.empty()) {
+        normalised = "/";
+    }
+    // The deepest root whose components begin the path's.
+    bool found = false;
+    for (size_t i = 0; i < roots_.size(); ++i) {
+        const std::string &candidate = roots_[i];
+        bool prefix = candidate == "/" ||
+                      (normalised.compare(0, candidate.size(), candidate) == 0 &&
+                       (normalised.size() == candidate.size() || normalised[candidate.size()] == '/'));
+        if (prefix && (!found || candidate.size() > roots_[rootIndex].size())) {
             rootIndex = i;
+            found = true;
         }
     }
-    if (root == nullptr) {
+    if (!found) {
         reason = "path is outside the allowed roots";
         return EACCES;
     }
@@ -191,17 +199,19 @@ int PathGuard::OpenRoot(size_t rootIndex) const {
 }
 
 int PathGuard::OpenTarget(const std::string &path, bool directory, UniqueFd &fd, std::string &reason) const {
-    std::vector<std::string> components;
+    std::string normalised;
     size_t rootIndex = 0;
-    int err = CheckText(path, components, rootIndex, reason);
+    int err = CheckText(path, normalised, rootIndex, reason);
     if (err != 0) {
         return err;
     }
     int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC | (directory ? O_DIRECTORY : 0);
     const UniqueFd &root = rootFds_[rootIndex];
     if (lookup_ == PathLookup::SINGLE_CALL && root.Valid()) {
-        std::string relative = RelativePath(components, rootComponents_[rootIndex].size(), components.size());
-        fd.Reset(OpenBeneath(root.Get(), relative.c_str(), flags));
+        const std::string &rootText = roots_[rootIndex];
+        const char *relative =
+            normalised.size() > rootText.size() ? normalised.c_str() + BelowRootOffset(rootText) : ".";
+        fd.Reset(OpenBeneath(root.Get(), relative, flags));
         if (fd.Valid()) {
             return 0;
         }
@@ -226,48 +236,68 @@ int PathGuard::OpenTarget(const std::string &path, bool directory, UniqueFd &fd,
 
 int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
                            std::string &reason) const {
-    std::vector<std::string> components;
+    std::string normalised;
     size_t rootIndex = 0;
-    int checked = CheckText(path, components, rootIndex, reason);
+    int checked = CheckText(path, normalised, rootIndex, reason);
     if (checked != 0) {
         return checked;
     }
-    const size_t rootDepth = rootComponents_[rootIndex].size();
-    out.path = Join(components, components.size());
+    const std::string &rootText = roots_[rootIndex];
     const UniqueFd &root = rootFds_[rootIndex];
-    if (lookup_ == PathLookup::SINGLE_CALL && !makeParents && root.Valid() && components.size() > rootDepth) {
+    const bool belowRoot = normalised.size() > rootText.size();
+    if (lookup_ == PathLookup::SINGLE_CALL && !makeParents && root.Valid() && belowRoot) {
         // Any failure takes the walk below, which says where it failed.
-        std::string parent = RelativePath(components, rootDepth, components.size() - 1);
+        const size_t below = BelowRootOffset(rootText);
+        const size_t lastSlash = normalised.rfind('/');
+        std::string parent = lastSlash >= below ? normalised.substr(below, lastSlash - below) : ".";
         UniqueFd dir(OpenBeneath(root.Get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (dir.Valid()) {
             out.dir = std::move(dir);
-            out.name = components.back();
+            out.name = normalised.substr(lastSlash + 1);
             out.isRoot = false;
+            out.path = std::move(normalised);
             return 0;
         }
     }
-    UniqueFd dir(OpenRoot(rootIndex));
-    if (!dir.Valid()) {
-        int err = errno;
-        reason = "allowed root cannot be opened";
-        return err;
-    }
-    if (components.size() == rootDepth) {
+    out.path = normalised;
+    if (!belowRoot) {
+        UniqueFd dir(OpenRoot(rootIndex));
+        if (!dir.Valid()) {
+            int err = errno;
+            reason = "allowed root cannot be opened";
+            return err;
+        }
         out.dir = std::move(dir);
         out.name = ".";
         out.isRoot = true;
         return 0;
     }
+    std::vector<std::string> components;
+    Normalise(normalised, components);
+    const size_t rootDepth = rootComponents_[rootIndex].size();
+    // The walk starts at the held root without a copy of its descriptor; one is made only when the
+    // final component lies directly in the root.
+    UniqueFd dir;
+    int at = root.Get();
+    if (!root.Valid()) {
+        dir.Reset(OpenRoot(rootIndex));
+        if (!dir.Valid()) {
+            int err = errno;
+            reason = "allowed root cannot be opened";
+            return err;
+        }
+        at = dir.Get();
+    }
     for (size_t i = rootDepth; i + 1 < components.size(); ++i) {
         const std::string &part = components[i];
-        UniqueFd next(OpenDirNoFollow(dir.Get(), part, O_PATH));
+        UniqueFd next(OpenDirNoFollow(at, part, O_PATH));
         if (!next.Valid() && errno == ENOENT && makeParents) {
-            if (mkdirat(dir.Get(), part.c_str(), parentMode) != 0 && errno != EEXIST) {
+            if (mkdirat(at, part.c_str(), parentMode) != 0 && errno != EEXIST) {
                 int err = errno;
                 reason = "cannot make directory " + Join(components, i + 1);
                 return err;
             }
-            next.Reset(OpenDirNoFollow(dir.Get(), part, O_PATH));
+            next.Reset(OpenDirNoFollow(at, part, O_PATH));
         }
         if (!next.Valid()) {
             int err = errno;
@@ -276,6 +306,15 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
             return err;
         }
         dir = std::move(next);
+        at = dir.Get();
+    }
+    if (!dir.Valid()) {
+        dir.Reset(OpenRoot(rootIndex));
+        if (!dir.Valid()) {
+            int err = errno;
+            reason = "allowed root cannot be opened";
+            return err;
+        }
     }
     out.dir = std::move(dir);
     out.name = components.back();

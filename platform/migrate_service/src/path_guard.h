@@ -62,7 +62,9 @@ public:
     static std::string Join(const std::vector<std::string> &components, size_t count);
 
 private:
-    int CheckText(const std::string &path, std::vector<std::string> &components, size_t &rootIndex,
+    // 0 with the normalised text of `path` and the index of the deepest root that holds it, or an
+    // errno value with `reason` set.
+    int CheckText(const std::string &path, std::string &normalised, size_t &rootIndex,
                   std::string &reason) const;
     int ResolveImpl(const std::string &path, bool makeParents, mode_t parentMode, GuardedPath &out,
                     std::string &reason) const;

@@ -393,8 +393,11 @@ MigrateReply RequestHandler::GetExistDirectory(const MigrateRequest &request, Ve
     std::vector<std::string> components;
     PathGuard::Normalise(request.src, components);
     for (size_t count = components.size();; --count) {
-        verdict.note.clear();
-        err = guard_.Resolve(PathGuard::Join(components, count), target, verdict.note);
+        if (count < components.size()) {
+            // The whole path was resolved above.
+            verdict.note.clear();
+            err = guard_.Resolve(PathGuard::Join(components, count), target, verdict.note);
+        }
         struct stat st {};
         if (err == 0) {
             err = FileOps::Lstat(target.dir.Get(), target.name, st);

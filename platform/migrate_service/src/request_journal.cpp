@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "support/fd_io.h"
 
@@ -56,8 +58,76 @@ nlohmann::json JournalEntryJson(const JournalEntry &entry) {
     return json;
 }
 
+namespace {
+// About the length of a journal line with one short path, to size a batch's text once.
+constexpr size_t LINE_SIZE_GUESS = 320;
+
+// True when JSON writes the text unchanged: printable ASCII without a quote or a backslash.
+bool IsPlainText(const std::string &text) {
+    for (unsigned char c : text) {
+        if (c < 0x20 || c > 0x7e || c == '"' || c == '\\') {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A member: `prefix` is everything before its value (the separating comma, the quoted name,
+// the colon, and the opening quote of a text).
+template <typename Number>
+void AppendNumber(std::string &out, std::string_view prefix, Number value) {
+    char digits[24];
+    auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+    out.append(prefix);
+    out.append(digits, end);
+}
+
+void AppendText(std::string &out, std::string_view prefix, std::string_view text) {
+    out.append(prefix);
+    out.append(text);
+    out += '"';
+}
+}  // namespace
+
+void AppendJournalLine(std::string &out, const JournalEntry &entry) {
+    const MigrateRequest &request = entry.request;
+    const std::string operation = MigrateOpName(request.type);
+    const std::string outcome = JournalOutcomeName(entry.outcome);
+    for (const std::string *text : {&request.src, &request.dst, &request.uid, &request.gid, &request.perm,
+                                    &entry.note, &operation, &outcome}) {
+        if (!IsPlainText(*text)) {
+            out += JournalEntryJson(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+            return;
+        }
+    }
+    // Written directly, with the members in the order the JSON object keeps them (by name).
+    AppendNumber(out, "{\"connection\":", entry.connection);
+    AppendText(out, ",\"dst\":\"", request.dst);
+    AppendNumber(out, ",\"durationUs\":", entry.durationUs);
+    AppendNumber(out, ",\"errCode\":", entry.errCode);
+    AppendText(out, ",\"gid\":\"", request.gid);
+    if (!entry.note.empty()) {
+        AppendText(out, ",\"note\":\"", entry.note);
+    }
+    AppendText(out, ",\"operation\":\"", operation);
+    AppendText(out, ",\"outcome\":\"", outcome);
+    AppendText(out, ",\"perm\":\"", request.perm);
+    AppendNumber(out, ",\"pkgNum\":", entry.pkgNum);
+    AppendNumber(out, ",\"recurseOpt\":", request.recurseOpt);
+    AppendNumber(out, ",\"result\":", entry.result);
+    AppendNumber(out, ",\"seq\":", entry.seq);
+    AppendText(out, ",\"src\":\"", request.src);
+    AppendNumber(out, ",\"timeMs\":", entry.timeMs);
+    AppendNumber(out, ",\"type\":", request.type);
+    AppendText(out, ",\"uid\":\"", request.uid);
+    out += '}';
+}
+
 std::string JournalEntryToJson(const JournalEntry &entry) {
-    return JournalEntryJson(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::string line;
+    line.reserve(LINE_SIZE_GUESS);
+    AppendJournalLine(line, entry);
+    return line;
 }
 
 RequestJournal::~RequestJournal() {
@@ -141,21 +211,21 @@ void RequestJournal::Record(JournalEntry entry) {
 
 void RequestJournal::Flush() {
     std::lock_guard<std::mutex> writing(writeMutex_);
-    std::vector<JournalEntry> batch;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        batch.swap(unwritten_);
+        batch_.swap(unwritten_);
     }
-    if (fd_ < 0 || batch.empty()) {
-        return;
+    if (fd_ >= 0 && !batch_.empty()) {
+        batchText_.clear();
+        batchText_.reserve(batch_.size() * LINE_SIZE_GUESS);
+        for (const JournalEntry &entry : batch_) {
+            AppendJournalLine(batchText_, entry);
+            batchText_ += '\n';
+        }
+        // A full disk loses these lines, not the service: the entries stay in memory.
+        (void)WriteAll(fd_, batchText_.data(), batchText_.size());
     }
-    std::string text;
-    for (const JournalEntry &entry : batch) {
-        text += JournalEntryToJson(entry);
-        text += '\n';
-    }
-    // A full disk loses these lines, not the service: the entries stay in memory.
-    (void)WriteAll(fd_, text.data(), text.size());
+    batch_.clear();
 }
 
 std::vector<JournalEntry> RequestJournal::Entries() const {

@@ -41,8 +41,11 @@ struct JournalEntry {
 std::string JournalOutcomeName(JournalOutcome outcome);
 // The entry as a JSON object; `note` only when there is one.
 nlohmann::json JournalEntryJson(const JournalEntry &entry);
-// One JSON object on one line (no newline), with texts that are not UTF-8 repaired.
+// One JSON object on one line (no newline), with texts that are not UTF-8 repaired: the text of
+// JournalEntryJson, written without building the object when no text needs escaping.
 std::string JournalEntryToJson(const JournalEntry &entry);
+// Appends that line to `out`.
+void AppendJournalLine(std::string &out, const JournalEntry &entry);
 
 // The requests the service has seen, kept in memory (the most recent ones) and appended to a
 // file of JSON lines when one is given. Lines reach the file from a writer thread, in batches at
@@ -81,7 +84,11 @@ private:
     int fd_ = -1;                          // under writeMutex_
     bool hasFile_ = false;                 // under mutex_
     std::vector<JournalEntry> unwritten_;  // under mutex_
-    bool stopWriter_ = false;              // under mutex_
+    // The batch being written and its text, under writeMutex_; kept, emptied, between batches so
+    // that their memory is not asked for again each time.
+    std::vector<JournalEntry> batch_;
+    std::string batchText_;
+    bool stopWriter_ = false;  // under mutex_
     std::condition_variable wake_;
     std::thread writer_;
 };
