@@ -1,7 +1,9 @@
 #include "migrate_service_process.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +17,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
+
+extern char **environ;
 
 namespace Zarvo::Host {
 namespace {
@@ -111,8 +115,9 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
     std::filesystem::create_directories(std::filesystem::path(journalPath_).parent_path(), error);
     std::filesystem::remove(journalPath_, error);
 
+    // Only the write end reaches the service.
     int ready[2];
-    if (pipe(ready) != 0) {
+    if (pipe2(ready, O_CLOEXEC) != 0 || fcntl(ready[1], F_SETFD, 0) != 0) {
         return std::string("could not make a pipe for the migrate service: ") + std::strerror(errno) + ".";
     }
     std::vector<std::string> args = {program, "--ready-fd", std::to_string(ready[1]), "--journal",
@@ -120,21 +125,18 @@ std::string MigrateServiceProcess::Start(const std::string &binDir, const std::s
     if (!deviceState.empty()) {
         args.insert(args.end(), {"--device-state", deviceState});
     }
-    pid_ = fork();
-    if (pid_ < 0) {
+    std::vector<char *> raw;
+    for (auto &arg : args) {
+        raw.push_back(arg.data());
+    }
+    raw.push_back(nullptr);
+    // Spawned, not forked: the runner's address space is not copied only to be replaced.
+    const int failure = posix_spawn(&pid_, program.c_str(), nullptr, nullptr, raw.data(), environ);
+    if (failure != 0) {
+        pid_ = -1;
         close(ready[0]);
         close(ready[1]);
-        return std::string("could not start the migrate service: ") + std::strerror(errno) + ".";
-    }
-    if (pid_ == 0) {
-        close(ready[0]);
-        std::vector<char *> raw;
-        for (auto &arg : args) {
-            raw.push_back(arg.data());
-        }
-        raw.push_back(nullptr);
-        execv(program.c_str(), raw.data());
-        _exit(127);
+        return std::string("could not start the migrate service: ") + std::strerror(failure) + ".";
     }
     close(ready[1]);
 
