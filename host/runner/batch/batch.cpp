@@ -162,6 +162,15 @@ public:
 
     size_t Running() const { return running_.size(); }
 
+    // Gives the phones that have ended their rows. Called once their places are taken by the next
+    // phones, so that the rows are made while those run.
+    void FinishEnded() {
+        for (auto &[phone, status] : ended_) {
+            Ended(phone, status);
+        }
+        ended_.clear();
+    }
+
     // The phone's runner, in the child made for it: its own process group, the batch's signal mask
     // before it blocked what it waits for, the phone's memory files as stdout and stderr.
     [[noreturn]] void RunPhoneHere(const std::vector<std::string> &arguments, int stdoutFd, int stderrFd) {
@@ -189,8 +198,8 @@ public:
         _exit(status);
     }
 
-    // Waits until a phone's runner ends (it gets its row), a phone runs out of time (it is ended
-    // and gets its row) or a signal comes to end the batch (every phone is ended first, then the
+    // Waits until a phone's runner ends (FinishEnded gives it its row), a phone runs out of time
+    // (it is ended and gets its row) or a signal comes to end the batch (every phone is ended first, then the
     // batch ends by that signal).
     void WaitForOne() {
         if (CollectEnded()) {
@@ -220,6 +229,7 @@ public:
     }
 
     std::vector<nlohmann::json> TakeRows() {
+        FinishEnded();
         progress_.Finish();
         return std::move(rows_);
     }
@@ -250,9 +260,8 @@ private:
             }
             auto it = running_.find(pid);
             if (it != running_.end()) {
-                RunningPhone phone = std::move(it->second);
+                ended_.push_back({std::move(it->second), status});
                 running_.erase(it);
-                Ended(phone, status);
                 collected = true;
             }
         }
@@ -326,6 +335,7 @@ private:
     sigset_t runnerSignalMask_;
     BatchProgress progress_;
     std::map<pid_t, RunningPhone> running_;
+    std::vector<std::pair<RunningPhone, int>> ended_;  // with its wait status, until it has its row
     std::vector<nlohmann::json> rows_;
 };
 
@@ -379,6 +389,7 @@ int RunBatch(const BatchOptions &options, std::string &error) {
         while (next < phones.size() && run.Running() < options.jobs) {
             run.Start(phones[next++]);
         }
+        run.FinishEnded();
         if (run.Running() > 0) {
             run.WaitForOne();
         }
