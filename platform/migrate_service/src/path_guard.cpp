@@ -278,12 +278,18 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
     // The walk starts at the held root without a copy of its descriptor; one is made only when the
     // final component lies directly in the root.
     UniqueFd dir;
+    const auto copyRoot = [&]() {
+        dir.Reset(OpenRoot(rootIndex));
+        if (dir.Valid()) {
+            return 0;
+        }
+        const int err = errno;
+        reason = "allowed root cannot be opened";
+        return err;
+    };
     int at = root.Get();
     if (!root.Valid()) {
-        dir.Reset(OpenRoot(rootIndex));
-        if (!dir.Valid()) {
-            int err = errno;
-            reason = "allowed root cannot be opened";
+        if (const int err = copyRoot(); err != 0) {
             return err;
         }
         at = dir.Get();
@@ -309,10 +315,7 @@ int PathGuard::ResolveImpl(const std::string &path, bool makeParents, mode_t par
         at = dir.Get();
     }
     if (!dir.Valid()) {
-        dir.Reset(OpenRoot(rootIndex));
-        if (!dir.Valid()) {
-            int err = errno;
-            reason = "allowed root cannot be opened";
+        if (const int err = copyRoot(); err != 0) {
             return err;
         }
     }
