@@ -199,8 +199,8 @@ public:
     }
 
     // Waits until a phone's runner ends (FinishEnded gives it its row), a phone runs out of time
-    // (it is ended and gets its row) or a signal comes to end the batch (every phone is ended first, then the
-    // batch ends by that signal).
+    // (it is ended and gets its row) or a signal comes to end the batch (every phone is ended
+    // first, then the batch ends by that signal).
     void WaitForOne() {
         if (CollectEnded()) {
             return;
