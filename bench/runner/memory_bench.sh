@@ -2,8 +2,8 @@
 # Measures the runner's peak memory against the size of the phone it restores: for phones of 10,
 # 100 and 1,000 users (1,000, 10,000 and 100,000 account extras) it builds the phone with
 # make_sample_phone --description, restores it with --report and --html, and prints the largest
-# resident set of the runner's processes (/usr/bin/time -v: the largest of the runner, bwrap, the
-# sandboxed runner and its migrate service), the account database's size and their ratio.
+# resident set of the runner's processes (/usr/bin/time -v: the larger of the runner, which makes
+# its sandbox itself, and its migrate service), the account database's size and their ratio.
 # Usage: bench/runner/memory_bench.sh [build-dir] [sizes]   (default: build/, "10 100 1000")
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
