@@ -274,6 +274,27 @@ const char *const DEVICE_STATES[][2] = {
     {"wrong-types.json", R"({"osAccounts": [{"localId": "100"}], "bundles": {}, "faults": [1]})"},
 };
 
+// Account exports as the plug-in writes them, and the shapes a reading one extra at a time must
+// keep apart: a second "extras" member, one that is no array, "extras" deeper down, escapes.
+void WriteAccountExportSeeds(const fs::path &dir) {
+    SeedDir seeds(dir, "account_export_fuzzer");
+    const std::pair<const char *, const char *> exports[] = {
+        {"export.json",
+         R"({"authtoken":"a1b2","extras":[{"id":7,"key":"nick","value":"Al"},{"id":9,"key":"k","value":"v"}],)"
+         R"("id":3,"locale":"en_US","name":"alice","type":"com.corvan.cvid"})"},
+        {"no-extras.json", R"({"authtoken":"t","extras":[],"id":-1,"locale":"","name":"","type":""})"},
+        {"extras-twice.json",
+         R"({"extras":[{"id":1}],"name":"a","extras":[{"id":2},3,[4]],"x":{"extras":[5]}})"},
+        {"extras-not-array.json", R"({"extras":[{"id":1}],"extras":{"id":2},"y":[{"extras":[6]}]})"},
+        {"escapes.json",
+         R"({"extras":[{"key":"a\"b\\c\u0001","value":"\u00e9\u2028\ud83d\ude00</script>"}],"n":1.5e300})"},
+        {"not-an-object.json", R"([{"extras":[1,2]},"extras",null,true,-0.0])"},
+    };
+    for (const auto &[name, text] : exports) {
+        seeds.Write(name, text);
+    }
+}
+
 void WriteDeviceStateSeeds(const fs::path &dir) {
     SeedDir seeds(dir, "device_state_fuzzer");
     Zarvo::Host::ResetToTypicalDevice();
@@ -465,6 +486,7 @@ int main(int argc, char **argv) {
         WriteUserXmlSeeds(dir);
         WriteSourceUsersSeeds(dir);
         WriteAccountDbSeeds(dir, work);
+        WriteAccountExportSeeds(dir);
         WriteDeviceStateSeeds(dir);
         WriteMigrateRequestSeeds(dir);
         WriteArchiveSeeds(dir);
