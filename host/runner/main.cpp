@@ -309,7 +309,6 @@ int RunnerMain(int argc, char *argv[]);
 // log lines and fault events into its report only.
 int RunPhone(const std::vector<std::string> &arguments) {
     unsetenv("ZARVO_HISYSEVENT_LOG");
-    setenv("ZARVO_HILOG_OUTPUT", "off", 1);
     SetLogOutput("off");
     std::string ignored;
     SetEventLogPath("", ignored);
